@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+namespace velmora::inspect {
+
+/// One subcommand of velmora-inspect. `run` gets the arguments after the subcommand's name
+/// and returns the exit status.
+struct Command
+{
+    QString name;
+    QString usage;
+    std::function<int(const QStringList &args)> run;
+};
+
+/// Called from a static initialiser in each subcommand's file.
+bool registerCommand(Command command);
+const QList<Command> &commands();
+
+/// Exit statuses shared by the subcommands.
+enum ExitStatus { Success = 0, Failed = 1, Unreadable = 2, Usage = 64 };
+
+/// Prints one line to standard output / standard error, flushed, so that it interleaves
+/// correctly with the library's own warning lines.
+void printOut(const QString &line);
+void printErr(const QString &line);
+
+} // namespace velmora::inspect
