@@ -1,6 +1,8 @@
 #include "apiclient.h"
 
 #include "logging.h"
+#include "sdkconfiguration.h"
+#include "useridentityrepository.h"
 
 #include <QFutureWatcher>
 #include <QNetworkAccessManager>
@@ -31,11 +33,13 @@ bool isCancellation(const UnderlyingError &error)
     return false;
 }
 
-// Errors Qt derives from the HTTP status itself; for these the status decides, not the code.
-bool isStatusDerived(QNetworkReply::NetworkError code)
+// Qt turns many HTTP statuses into error codes of its own (400 becomes a protocol error, 407 a
+// proxy error); for those the status decides. Only these codes mean the exchange itself broke.
+bool isTransportFailure(QNetworkReply::NetworkError code)
 {
     const int value = int(code);
-    return value == 0 || (value >= 201 && value <= 299) || (value >= 401 && value <= 499);
+    return (value >= 1 && value <= 99) || (value >= 101 && value <= 104) || value == 199
+        || code == QNetworkReply::ProtocolUnknownError || code == QNetworkReply::ProtocolFailure;
 }
 
 std::optional<QString> decodeUtf8(const QByteArray &bytes)
@@ -59,6 +63,23 @@ void deliverLater(QObject *context, std::function<void(Result)> completion, Resu
 }
 
 } // namespace
+
+RequestHeaders buildRequestHeaders(const SDKConfiguration &config,
+                                   const UserIdentityRepository &repository)
+{
+    const DeviceInfo &device = config.deviceInfo();
+    return {
+        { u"tenant-id"_s, config.tenantId.value_or(QString()) },
+        { u"x-api-key"_s, config.apiKey.value_or(QString()) },
+        { u"x-vorpex-visitor-id"_s, repository.visitorId() },
+        { u"x-vorpex-customer-id"_s, repository.hashedCustomerId() },
+        { u"x-os"_s, DeviceInfo::osName() },
+        { u"x-os-version"_s, device.osVersion },
+        { u"x-device-name"_s, device.deviceName },
+        { u"x-sdk-version"_s, device.sdkVersion },
+        { u"content-type"_s, u"application/json"_s },
+    };
+}
 
 VelmoraError toVelmoraError(const APIFailure &failure)
 {
@@ -196,8 +217,10 @@ APICall *APIClient::send(const QString &path, const EncodedBody &body, const QSt
     QNetworkRequest request(url);
     request.setTransferTimeout(int(m_timeouts.request.count()));
     for (const auto &[name, value] : headers) {
+        // A null value would make Qt drop the header, but an empty tenant or key must still be
+        // sent, so the value is always a non-null array.
         if (value)
-            request.setRawHeader(name.toUtf8(), value->toUtf8());
+            request.setRawHeader(name.toUtf8(), value->isEmpty() ? QByteArray("") : value->toUtf8());
     }
     QNetworkReply *reply = m_manager->post(request, body.value());
     reply->setParent(call);
@@ -245,7 +268,7 @@ void APIClient::finishExchange(APICall *call, QNetworkReply *reply,
                 QNetworkReply::TimeoutError, u"The request timed out."_s))));
         return;
     }
-    if (!isStatusDerived(code) || (code != QNetworkReply::NoError && !status.isValid())) {
+    if (isTransportFailure(code) || (code != QNetworkReply::NoError && !status.isValid())) {
         deliver(APIFailure(VelmoraError::networkError(
                 UnderlyingError::network(code, reply->errorString()))));
         return;

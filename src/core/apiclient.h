@@ -23,10 +23,18 @@ class QTimer;
 
 namespace velmora {
 
+class SDKConfiguration;
+class UserIdentityRepository;
+
 /// Request headers in the order they are built; entries without a value are not sent.
 using RequestHeaders = QList<std::pair<QString, std::optional<QString>>>;
 /// Response headers with lower-case names.
 using ResponseHeaders = QHash<QString, QString>;
+
+/// The header set of every call, built afresh: tenant and key always (empty when unset), the
+/// two identity headers only when something is stored, then the device facts.
+RequestHeaders buildRequestHeaders(const SDKConfiguration &config,
+                                   const UserIdentityRepository &repository);
 
 /// Anything a call can fail with: the library's error, or a body the decoder rejected (kept
 /// apart so the caller decides how to report it).

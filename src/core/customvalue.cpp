@@ -12,13 +12,11 @@ namespace {
 
 std::optional<qint64> asInteger(const QJsonValue &json)
 {
-    if (!json.isDouble())
+    // Two different fallbacks tell a stored integer (or whole double in range) from anything
+    // else, without a round trip through double that would lose 64-bit precision.
+    if (!json.isDouble() || json.toInteger(0) != json.toInteger(1))
         return std::nullopt;
-    const double d = json.toDouble();
-    constexpr double limit = 9223372036854775808.0; // 2^63
-    if (!std::isfinite(d) || std::trunc(d) != d || d < -limit || d >= limit)
-        return std::nullopt;
-    return json.toInteger(qint64(d));
+    return json.toInteger();
 }
 
 std::optional<double> asDouble(const QJsonValue &json)

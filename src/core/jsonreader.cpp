@@ -1,6 +1,5 @@
 #include "jsonreader.h"
 
-#include <cmath>
 
 using namespace Qt::StringLiterals;
 
@@ -85,13 +84,10 @@ std::optional<QString> JsonReader::optionalString(QStringView key) const
 qint64 JsonReader::requiredInteger(QStringView key) const
 {
     const QJsonValue value = required(key);
-    if (value.isDouble()) {
-        // A whole number written as 3.0 is still an integer; 3.5 or 1e300 is not.
-        const double d = value.toDouble();
-        constexpr double limit = 9223372036854775808.0; // 2^63
-        if (std::isfinite(d) && std::trunc(d) == d && d >= -limit && d < limit)
-            return value.toInteger(qint64(d));
-    }
+    // A whole number written as 3.0 is still an integer; 3.5 or 1e300 is not. Two different
+    // fallbacks tell them apart without losing 64-bit precision through double.
+    if (value.isDouble() && value.toInteger(0) == value.toInteger(1))
+        return value.toInteger();
     failType(key, "an integer", value);
 }
 

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QImage>
+#include <QList>
+#include <QSize>
+
+namespace velmora {
+
+/// A decoded animation: every frame up front, so playback only swaps bitmaps.
+class AnimatedImageSource
+{
+public:
+    AnimatedImageSource() = default;
+    /// `delays` holds one entry per frame, in seconds.
+    AnimatedImageSource(QList<QImage> frames, QList<double> delays, QSize size);
+
+    const QList<QImage> &frames() const { return m_frames; }
+    const QList<double> &delays() const { return m_delays; }
+    /// Pixel size of the first frame; every frame has it.
+    QSize size() const { return m_size; }
+    /// The sum of `delays`, in seconds.
+    double totalDuration() const { return m_totalDuration; }
+    qsizetype frameCount() const { return m_frames.size(); }
+
+    /// The frame on show `elapsedSeconds` after the loop started.
+    qsizetype frameIndexAt(double elapsedSeconds) const;
+
+private:
+    QList<QImage> m_frames;
+    QList<double> m_delays;
+    QSize m_size;
+    double m_totalDuration = 0;
+};
+
+/// One decoded bitmap; `size` is that of the bitmap itself, so after downsampling it is the
+/// downsampled size.
+class StillImageSource
+{
+public:
+    StillImageSource() = default;
+    explicit StillImageSource(QImage image) : m_image(std::move(image)) { }
+
+    const QImage &image() const { return m_image; }
+    QSize size() const { return m_image.size(); }
+
+private:
+    QImage m_image;
+};
+
+} // namespace velmora

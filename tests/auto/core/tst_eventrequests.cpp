@@ -1,0 +1,237 @@
+#include "apirequest.h"
+#include "customparameterbuilder.h"
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+#include <limits>
+
+using namespace Qt::StringLiterals;
+using namespace velmora;
+
+Q_DECLARE_METATYPE(velmora::CustomValue)
+
+namespace {
+QJsonObject parse(const QByteArray &bytes)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError)
+        qWarning() << "not JSON:" << bytes;
+    return document.object();
+}
+} // namespace
+
+class tst_EventRequests : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void viewBody_data();
+    void viewBody();
+    void reactionBody_data();
+    void reactionBody();
+    void nonFiniteFailsEncoding();
+    void timestampIsNow();
+    void customValueDecoding_data();
+    void customValueDecoding();
+    void customValueRoundTrip_data();
+    void customValueRoundTrip();
+    void builderMerges_data();
+    void builderMerges();
+};
+
+void tst_EventRequests::viewBody_data()
+{
+    QTest::addColumn<std::optional<QString>>("customerId");
+    QTest::addColumn<QList<CustomParameterEntry>>("custom");
+    QTest::addColumn<QByteArray>("expectedCustom");
+
+    QTest::newRow("no customer, no params")
+            << std::optional<QString>() << QList<CustomParameterEntry> {} << QByteArray("[]");
+    QTest::newRow("empty customer is sent as empty")
+            << std::optional(QString()) << QList<CustomParameterEntry> {} << QByteArray("[]");
+    QTest::newRow("params in order")
+            << std::optional(u"c-1"_s)
+            << QList<CustomParameterEntry> { putString(u"plan"_s, u"gold"_s), putInteger(u"age"_s, 42),
+                                             putBooleanArray(u"flags"_s, {}),
+                                             putDoubleArray(u"scores"_s, { 1.5, -2 }) }
+            << QByteArray(R"([{"key":"plan","value":"gold"},{"key":"age","value":42},)"
+                          R"({"key":"flags","value":[]},{"key":"scores","value":[1.5,-2]}])");
+}
+
+void tst_EventRequests::viewBody()
+{
+    QFETCH(std::optional<QString>, customerId);
+    QFETCH(QList<CustomParameterEntry>, custom);
+    QFETCH(QByteArray, expectedCustom);
+
+    EventsViewRequest request { { customerId, true, u"home"_s, 1714550400123 }, custom };
+    QCOMPARE(EventsViewRequest::path(), u"/app_events/view"_s);
+    const auto body = request.encode();
+    QVERIFY(body.hasValue());
+    const QJsonObject json = parse(body.value());
+    QCOMPARE(json.keys(), (QStringList { u"custom"_s, u"meta"_s }));
+    const QJsonObject meta = json.value(u"meta").toObject();
+    QCOMPARE(meta.keys(), (QStringList { u"customer_id"_s, u"screen_name"_s, u"strict_login"_s,
+                                         u"timestamp"_s }));
+    if (customerId)
+        QCOMPARE(meta.value(u"customer_id"), QJsonValue(*customerId));
+    else
+        QVERIFY(meta.value(u"customer_id").isNull());
+    QCOMPARE(meta.value(u"strict_login"), QJsonValue(true));
+    QCOMPARE(meta.value(u"screen_name"), QJsonValue(u"home"_s));
+    QCOMPARE(meta.value(u"timestamp").toInteger(), 1714550400123);
+    QCOMPARE(QJsonDocument(json.value(u"custom").toArray()).toJson(QJsonDocument::Compact),
+             expectedCustom);
+    // Compact: no pretty printing on the wire.
+    QVERIFY(!body.value().contains('\n'));
+}
+
+void tst_EventRequests::reactionBody_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("wire");
+    QTest::newRow("open") << int(EventsReactionType::Open) << u"open"_s;
+    QTest::newRow("click") << int(EventsReactionType::Click) << u"click"_s;
+    QTest::newRow("close") << int(EventsReactionType::Close) << u"close"_s;
+}
+
+void tst_EventRequests::reactionBody()
+{
+    QFETCH(int, type);
+    QFETCH(QString, wire);
+    EventsReactionRequest request { { std::nullopt, false, u"cart"_s, 5 },
+                                    EventsReactionType(type), u"scenario-9"_s };
+    QCOMPARE(EventsReactionRequest::path(), u"/app_events/reaction"_s);
+    const QJsonObject json = parse(request.encode().value());
+    QCOMPARE(json.value(u"reaction"), QJsonValue(wire));
+    QCOMPARE(json.value(u"scenario_id"), QJsonValue(u"scenario-9"_s));
+    QVERIFY(json.value(u"meta").toObject().value(u"customer_id").isNull());
+    QVERIFY(json.value(u"meta").toObject().contains(u"customer_id"));
+    QCOMPARE(json.value(u"meta").toObject().value(u"strict_login"), QJsonValue(false));
+}
+
+void tst_EventRequests::nonFiniteFailsEncoding()
+{
+    for (double bad : { std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity() }) {
+        EventsViewRequest single { {}, { putDouble(u"x"_s, bad) } };
+        QVERIFY(!single.encode().hasValue());
+        EventsViewRequest array { {}, { putDoubleArray(u"x"_s, { 1, bad }) } };
+        QVERIFY(!array.encode().hasValue());
+        QVERIFY(array.encode().error().contains(u"\"x\""_s));
+    }
+}
+
+void tst_EventRequests::timestampIsNow()
+{
+    const qint64 before = QDateTime::currentMSecsSinceEpoch();
+    const qint64 stamp = AppEventsMeta::currentTimestamp();
+    QVERIFY(stamp >= before && stamp <= QDateTime::currentMSecsSinceEpoch());
+}
+
+void tst_EventRequests::customValueDecoding_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<int>("type"); // -1: unsupported
+
+    using T = CustomValue::Type;
+    QTest::newRow("integer") << QByteArray("3") << int(T::Integer);
+    QTest::newRow("whole double is an integer") << QByteArray("3.0") << int(T::Integer);
+    QTest::newRow("fraction") << QByteArray("3.25") << int(T::Double);
+    QTest::newRow("beyond int64") << QByteArray("1e20") << int(T::Double);
+    QTest::newRow("bool") << QByteArray("false") << int(T::Bool);
+    QTest::newRow("string") << QByteArray(R"("3")") << int(T::String);
+    QTest::newRow("empty array is bool array") << QByteArray("[]") << int(T::BoolArray);
+    QTest::newRow("bools") << QByteArray("[true, false]") << int(T::BoolArray);
+    QTest::newRow("integers") << QByteArray("[1, 2]") << int(T::IntegerArray);
+    QTest::newRow("mixed numbers") << QByteArray("[1, 2.5]") << int(T::DoubleArray);
+    QTest::newRow("strings") << QByteArray(R"(["a", "b"])") << int(T::StringArray);
+    QTest::newRow("mixed types") << QByteArray(R"([1, "a"])") << -1;
+    QTest::newRow("null") << QByteArray("null") << -1;
+    QTest::newRow("object") << QByteArray(R"({"a": 1})") << -1;
+    QTest::newRow("nested array") << QByteArray("[[1]]") << -1;
+}
+
+void tst_EventRequests::customValueDecoding()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(int, type);
+    const QJsonValue value = QJsonDocument::fromJson("[" + json + "]").array().first();
+    QString error;
+    const auto decoded = CustomValue::fromJson(value, &error);
+    if (type < 0) {
+        QVERIFY(!decoded);
+        QCOMPARE(error, u"CustomValue: unsupported type"_s);
+    } else {
+        QVERIFY(decoded);
+        QCOMPARE(int(decoded->type()), type);
+    }
+}
+
+void tst_EventRequests::customValueRoundTrip_data()
+{
+    QTest::addColumn<CustomValue>("value");
+    QTest::addColumn<int>("decodedType");
+    using T = CustomValue::Type;
+    QTest::newRow("string") << CustomValue { u"é/\"x\""_s } << int(T::String);
+    QTest::newRow("max int64") << CustomValue { std::numeric_limits<qint64>::max() } << int(T::Integer);
+    QTest::newRow("min int64") << CustomValue { std::numeric_limits<qint64>::min() } << int(T::Integer);
+    QTest::newRow("double 0.1") << CustomValue { 0.1 } << int(T::Double);
+    // Deliberate: a whole double comes back as an integer.
+    QTest::newRow("double 2.0") << CustomValue { 2.0 } << int(T::Integer);
+    QTest::newRow("empty strings") << CustomValue { QStringList {} } << int(T::BoolArray);
+    QTest::newRow("strings") << CustomValue { QStringList { u"a"_s, QString() } } << int(T::StringArray);
+    QTest::newRow("integers") << CustomValue { QList<qint64> { -1, 0, 1 } } << int(T::IntegerArray);
+}
+
+void tst_EventRequests::customValueRoundTrip()
+{
+    QFETCH(CustomValue, value);
+    QFETCH(int, decodedType);
+    const auto json = value.toJson();
+    QVERIFY(json);
+    const QByteArray bytes = QJsonDocument(QJsonArray { *json }).toJson(QJsonDocument::Compact);
+    const auto decoded = CustomValue::fromJson(QJsonDocument::fromJson(bytes).array().first());
+    QVERIFY(decoded);
+    QCOMPARE(int(decoded->type()), decodedType);
+    if (decodedType == int(value.type()))
+        QVERIFY(*decoded == value);
+}
+
+void tst_EventRequests::builderMerges_data()
+{
+    QTest::addColumn<QList<CustomParameterEntry>>("entries");
+    QTest::addColumn<QList<CustomParameterEntry>>("expected");
+
+    QTest::newRow("empty") << QList<CustomParameterEntry> {} << QList<CustomParameterEntry> {};
+    QTest::newRow("first position, last value")
+            << QList<CustomParameterEntry> { putString(u"plan"_s, u"a"_s), putInteger(u"age"_s, 3),
+                                             putString(u"plan"_s, u"b"_s) }
+            << QList<CustomParameterEntry> { putString(u"plan"_s, u"b"_s), putInteger(u"age"_s, 3) };
+    QTest::newRow("later value may change type")
+            << QList<CustomParameterEntry> { putString(u"x"_s, u"a"_s), putBoolean(u"x"_s, true) }
+            << QList<CustomParameterEntry> { putBoolean(u"x"_s, true) };
+    QTest::newRow("keys are case-sensitive")
+            << QList<CustomParameterEntry> { putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s) }
+            << QList<CustomParameterEntry> { putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s) };
+    QTest::newRow("three repeats")
+            << QList<CustomParameterEntry> { putInteger(u"a"_s, 1), putInteger(u"b"_s, 2),
+                                             putInteger(u"a"_s, 3), putInteger(u"c"_s, 4),
+                                             putInteger(u"a"_s, 5) }
+            << QList<CustomParameterEntry> { putInteger(u"a"_s, 5), putInteger(u"b"_s, 2),
+                                             putInteger(u"c"_s, 4) };
+}
+
+void tst_EventRequests::builderMerges()
+{
+    QFETCH(QList<CustomParameterEntry>, entries);
+    QFETCH(QList<CustomParameterEntry>, expected);
+    QCOMPARE(CustomParameterBuilder::buildBlock(entries), expected);
+}
+
+QTEST_GUILESS_MAIN(tst_EventRequests)
+#include "tst_eventrequests.moc"
