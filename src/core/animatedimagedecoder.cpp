@@ -81,8 +81,8 @@ QImage forPainting(QImage image)
 
 QSize downsampledSize(const PixelSize &size)
 {
-    const double scale = double(AnimatedImageDecoder::maxStillSide)
-        / double(std::max(size.width, size.height));
+    const double scale
+        = double(AnimatedImageDecoder::maxStillSide) / double(std::max(size.width, size.height));
     const auto side = [&](qint64 value) {
         return int(std::clamp<qint64>(std::llround(double(value) * scale), 1,
                                       AnimatedImageDecoder::maxStillSide));
@@ -103,8 +103,8 @@ std::optional<LoadedImage> decodeStill(QImageReader &reader, const std::optional
         }
         if (image.isNull()) {
             qCDebug(lcVelmoraImages).noquote()
-                    << u"AnimatedImageDecoder: downsample failed for oversized still (size="_s
-                            + sizeText(*size) + u"), rejecting"_s;
+                << u"AnimatedImageDecoder: downsample failed for oversized still (size="_s
+                    + sizeText(*size) + u"), rejecting"_s;
             return std::nullopt;
         }
     } else {
@@ -114,9 +114,8 @@ std::optional<LoadedImage> decodeStill(QImageReader &reader, const std::optional
             if (!reader.read(&image))
                 return std::nullopt;
             if (std::max(image.width(), image.height()) > AnimatedImageDecoder::maxStillSide)
-                image = image.scaled(
-                        downsampledSize(PixelSize { image.width(), image.height() }),
-                        Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+                image = image.scaled(downsampledSize(PixelSize { image.width(), image.height() }),
+                                     Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
         } else if (!reader.read(&image)) {
             return std::nullopt;
         }
@@ -147,7 +146,8 @@ std::optional<LoadedImage> decodeAnimatedFrames(QImageReader &reader, int frameC
     }
     if (frames.size() < AnimatedImageDecoderPolicy::minFrameCount)
         return std::nullopt;
-    return LoadedImage::animated(AnimatedImageSource(std::move(frames), std::move(delays), expected));
+    return LoadedImage::animated(
+        AnimatedImageSource(std::move(frames), std::move(delays), expected));
 }
 
 } // namespace
@@ -157,7 +157,8 @@ bool AnimatedImageDecoderPolicy::shouldAnimate(qint64 frameCount, qint64 pixelWi
 {
     if (frameCount < minFrameCount || frameCount > maxFrameCount)
         return false;
-    if (pixelWidth < 1 || pixelWidth > maxPixelSide || pixelHeight < 1 || pixelHeight > maxPixelSide)
+    if (pixelWidth < 1 || pixelWidth > maxPixelSide || pixelHeight < 1
+        || pixelHeight > maxPixelSide)
         return false;
     return pixelWidth * pixelHeight <= qint64(maxTotalPixels / quint32(frameCount));
 }
@@ -165,9 +166,8 @@ bool AnimatedImageDecoderPolicy::shouldAnimate(qint64 frameCount, qint64 pixelWi
 std::optional<LoadedImage> AnimatedImageDecoder::decode(const QByteArray &data)
 {
     if (data.size() > maxDataSize) {
-        qCDebug(lcVelmoraImages).noquote()
-                << u"AnimatedImageDecoder: data size exceeds limit ("_s
-                        + QString::number(data.size()) + u" bytes), rejecting"_s;
+        qCDebug(lcVelmoraImages).noquote() << u"AnimatedImageDecoder: data size exceeds limit ("_s
+                + QString::number(data.size()) + u" bytes), rejecting"_s;
         return std::nullopt;
     }
 
@@ -194,15 +194,16 @@ std::optional<LoadedImage> AnimatedImageDecoder::decode(const QByteArray &data)
             return decodeStill(stillReader, size);
         }
         qCDebug(lcVelmoraImages).noquote()
-                << u"AnimatedImageDecoder: GIF exceeds limit; falling back to still (frames="_s
-                        + QString::number(count) + u", size="_s + sizeText(*size) + u")"_s;
+            << u"AnimatedImageDecoder: GIF exceeds limit; falling back to still (frames="_s
+                + QString::number(count) + u", size="_s + sizeText(*size) + u")"_s;
     }
     return decodeStill(reader, size);
 }
 
 QFuture<std::optional<LoadedImage>> AnimatedImageDecoder::decodeAsync(QByteArray data)
 {
-    return QtConcurrent::run(decodingPool(), [data = std::move(data)]() -> std::optional<LoadedImage> {
+    QThreadPool *pool = decodingPool();
+    return QtConcurrent::run(pool, [data = std::move(data)]() -> std::optional<LoadedImage> {
         // Running out of memory on hostile input must end as "no image", not as an exception
         // waiting in a future that nobody reads.
         try {

@@ -11,8 +11,7 @@ AnimatedImageSource::AnimatedImageSource(QList<QImage> frames, QList<double> del
     , m_delays(std::move(delays))
     , m_size(size)
     , m_totalDuration(std::accumulate(m_delays.cbegin(), m_delays.cend(), 0.0))
-{
-}
+{ }
 
 qsizetype AnimatedImageSource::frameIndexAt(double elapsedSeconds) const
 {

@@ -38,7 +38,9 @@ class StillImageSource
 {
 public:
     StillImageSource() = default;
-    explicit StillImageSource(QImage image) : m_image(std::move(image)) { }
+    explicit StillImageSource(QImage image)
+        : m_image(std::move(image))
+    { }
 
     const QImage &image() const { return m_image; }
     QSize size() const { return m_image.size(); }

@@ -21,13 +21,11 @@ std::chrono::nanoseconds steadyNow()
 
 AnimationClock::AnimationClock()
     : AnimationClock(steadyNow)
-{
-}
+{ }
 
 AnimationClock::AnimationClock(TimeSource now)
     : m_now(now ? std::move(now) : TimeSource(steadyNow))
-{
-}
+{ }
 
 void AnimationClock::start()
 {

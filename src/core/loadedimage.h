@@ -33,8 +33,7 @@ public:
 private:
     explicit LoadedImage(std::variant<StillImageSource, AnimatedImageSource> source)
         : m_source(std::move(source))
-    {
-    }
+    { }
 
     std::variant<StillImageSource, AnimatedImageSource> m_source;
 };
