@@ -311,11 +311,13 @@ void MessageService::sendReaction(EventsReactionType type, const QString &screen
                             << u"Send reaction success: type="_s + kind + u" scenarioId="_s + scenarioId;
                     box->end();
                     if (self)
-                        Q_EMIT self->reactionFinished(type, scenarioId, true);
+                        Q_EMIT self->reactionFinished(type, scenarioId, ReactionOutcome::Delivered);
                     return;
                 }
                 if (ReactionRetryPolicy::isCancellation(result.error())) {
                     box->end();
+                    if (self)
+                        Q_EMIT self->reactionFinished(type, scenarioId, ReactionOutcome::Cancelled);
                     return;
                 }
                 qCDebug(lcVelmoraService).noquote()
@@ -323,7 +325,7 @@ void MessageService::sendReaction(EventsReactionType type, const QString &screen
                                 + u" error="_s + toVelmoraError(result.error()).description();
                 box->end();
                 if (self)
-                    Q_EMIT self->reactionFinished(type, scenarioId, false);
+                    Q_EMIT self->reactionFinished(type, scenarioId, ReactionOutcome::GivenUp);
             },
             this);
 

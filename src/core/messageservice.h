@@ -77,9 +77,17 @@ public:
     AppEventsMeta makeAppEventsMeta(const QString &screenName) const;
     RequestHeaders buildHeaders() const;
 
+    enum class ReactionOutcome {
+        Delivered,
+        GivenUp, ///< failed after the retries its failure allows
+        Cancelled, ///< the background time expired; not a failure, so nothing is logged
+    };
+    Q_ENUM(ReactionOutcome)
+
 Q_SIGNALS:
-    /// A reaction was delivered (true) or given up (false); cancellations report nothing.
-    void reactionFinished(velmora::EventsReactionType type, const QString &scenarioId, bool delivered);
+    /// How a reaction ended; for tools and tests, since the host is never told of reactions.
+    void reactionFinished(velmora::EventsReactionType type, const QString &scenarioId,
+                          velmora::MessageService::ReactionOutcome outcome);
 
 private:
     void setupReactionHandler();

@@ -1,5 +1,7 @@
 #include "velmoraerror.h"
 
+#include <QMetaEnum>
+
 using namespace Qt::StringLiterals;
 
 namespace velmora {
@@ -42,8 +44,9 @@ QString UnderlyingError::description() const
 {
     switch (m_domain) {
     case Domain::Network: {
-        const QString code = u"network error "_s + QString::number(int(m_code));
-        return m_description.isEmpty() ? code : code + u" ("_s + m_description + u')';
+        const char *key = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(int(m_code));
+        const QString code = key ? QString::fromLatin1(key) : u"NetworkError "_s + QString::number(int(m_code));
+        return m_description.isEmpty() ? code : code + u": "_s + m_description;
     }
     case Domain::Decoding:
         return u"decoding error: "_s + m_description;

@@ -219,7 +219,7 @@ void tst_MessageService::failuresReachTheDelegate_data()
     QTest::newRow("server error") << Response::withStatus(503) << u"serverError: 503"_s;
     QTest::newRow("client error") << Response::withStatus(401) << u"clientError: 401"_s;
     QTest::newRow("undecodable") << Response::json("<html/>") << u"networkError: decoding error"_s;
-    QTest::newRow("dropped") << Response::drop() << u"networkError: network error"_s;
+    QTest::newRow("dropped") << Response::drop() << u"networkError: RemoteHostClosedError"_s;
 }
 
 void tst_MessageService::failuresReachTheDelegate()
