@@ -53,6 +53,52 @@ std::optional<PixelSize> gifLogicalScreen(const QByteArray &data)
     return size;
 }
 
+// Frames whose image data arrives complete, found by walking the block structure. Qt decodes a
+// frame cut short by the end of the data as if it were whole (the rest stays from the previous
+// frame), which would show as a glitch in every loop.
+int completeGifFrames(const QByteArray &data)
+{
+    const qsizetype size = data.size();
+    const auto at = [&](qsizetype i) { return uchar(data[i]); };
+    const auto colourTableSize
+        = [](uchar packed) { return (packed & 0x80) ? qsizetype(3) << ((packed & 0x07) + 1) : 0; };
+    // Returns the position after the terminating empty sub-block, or -1 past the end.
+    const auto skipSubBlocks = [&](qsizetype i) -> qsizetype {
+        while (i < size) {
+            const uchar length = at(i);
+            i += 1 + length;
+            if (length == 0)
+                return i;
+        }
+        return -1;
+    };
+
+    if (size < 13)
+        return 0;
+    qsizetype i = 13 + colourTableSize(at(10));
+    int frames = 0;
+    while (i < size) {
+        const uchar introducer = at(i);
+        if (introducer == 0x21) {
+            if (i + 2 > size)
+                break;
+            i = skipSubBlocks(i + 2);
+        } else if (introducer == 0x2c) {
+            if (i + 10 > size)
+                break;
+            i += 10 + colourTableSize(at(i + 9));
+            i = i < size ? skipSubBlocks(i + 1) : -1; // after the LZW code size
+            if (i >= 0)
+                ++frames;
+        } else {
+            break; // the trailer, or data no decoder would read past
+        }
+        if (i < 0)
+            break;
+    }
+    return frames;
+}
+
 std::optional<PixelSize> pixelDimensions(const QImageReader &reader, const QByteArray &data,
                                          bool isGif)
 {
@@ -186,7 +232,8 @@ std::optional<LoadedImage> AnimatedImageDecoder::decode(const QByteArray &data)
     const std::optional<PixelSize> size = pixelDimensions(reader, data, isGif);
     if (count != 1 && isGif && size) {
         if (AnimatedImageDecoderPolicy::shouldAnimate(count, size->width, size->height)) {
-            if (auto animation = decodeAnimatedFrames(reader, count, *size))
+            const int readable = std::min(count, completeGifFrames(data));
+            if (auto animation = decodeAnimatedFrames(reader, readable, *size))
                 return animation;
             // The reader has moved past the first frame; the still starts over.
             buffer.seek(0);

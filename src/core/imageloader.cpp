@@ -41,8 +41,8 @@ bool isFollowableRedirect(int status)
 } // namespace
 
 // One load, from the first request to the hand-off to the decoder. It lives on the loader's
-// thread and deletes itself when done. QNetworkReply::abort() emits finished() before it
-// returns, so every handler checks m_done first.
+// thread and deletes itself when done. QNetworkReply::abort() (deadline, abandoned view) emits
+// finished() before it returns, so every handler checks m_done first.
 class ImageTransfer : public QObject
 {
 public:
@@ -142,10 +142,7 @@ private:
         if (!next.isValid() || next.scheme() != u"https")
             return false;
         ++m_redirects;
-        QNetworkReply *previous = m_reply;
-        disconnect(previous, nullptr, this, nullptr);
-        previous->abort();
-        previous->deleteLater();
+        dropReply();
         send(next);
         return true;
     }
@@ -227,9 +224,19 @@ private:
     void fail()
     {
         m_done = true;
-        if (m_reply && m_reply->isRunning())
-            m_reply->abort();
+        dropReply();
         finish();
+    }
+
+    // Deleting a reply cancels its transfer. Unlike abort() it is safe inside the reply's own
+    // signals, where Qt may still be about to report the status as an error of its own.
+    void dropReply()
+    {
+        if (!m_reply)
+            return;
+        disconnect(m_reply, nullptr, this, nullptr);
+        m_reply->deleteLater();
+        m_reply = nullptr;
     }
 
     void finish()
