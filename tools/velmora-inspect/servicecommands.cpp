@@ -4,6 +4,11 @@
 #include "command.h"
 #include "customparameterbuilder.h"
 #include "displaycoordinatortype.h"
+#include "embeddedbannerstore.h"
+#include "messagedisplaycoordinator.h"
+#include "popupbannerpresentertype.h"
+#include "popupbannerstore.h"
+#include "popupmodalpresentertype.h"
 #include "messageservice.h"
 #include "popupbanneraction.h"
 #include "sdkconfiguration.h"
@@ -16,6 +21,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QLoggingCategory>
+#include <QSet>
 #include <QSslCertificate>
 #include <QSslConfiguration>
 #include <QTemporaryDir>
@@ -26,41 +32,102 @@ namespace velmora::inspect {
 
 namespace {
 
+// The library's own coordinator, with presenters that print what they would show instead of
+// drawing it, so classification, unsupported-type errors and per-position choice are the real
+// ones.
+class PrintingModalPresenter final : public PopupModalPresenterType
+{
+public:
+    explicit PrintingModalPresenter(QSet<QString> *shown) : m_shown(shown) { }
+    void present(const QString &, const QString &scenarioId, const PopupModalAction &,
+                 ReactionHandler) override
+    {
+        m_shown->insert(u"popup_modal/"_s + scenarioId);
+        printOut(u"modal: "_s + scenarioId);
+    }
+    void setOnClicked(MessageHandler) override { }
+    void setOnDismissed(MessageHandler) override { }
+    void setOnError(MessageErrorHandler) override { }
+
+private:
+    QSet<QString> *m_shown;
+};
+
+class PrintingBannerPresenter final : public PopupBannerPresenterType
+{
+public:
+    explicit PrintingBannerPresenter(QSet<QString> *shown) : m_shown(shown) { }
+    void present(const PopupBannerRequest &request) override
+    {
+        m_shown->insert(u"popup_banner/"_s + request.scenarioId);
+        printOut(u"banner: "_s + request.scenarioId + u" at "_s + rawValue(request.content.position));
+    }
+    void dismissAll() override { }
+    void setOnClicked(MessageHandler) override { }
+    void setOnDismissed(MessageHandler) override { }
+    void setOnError(MessageErrorHandler) override { }
+
+private:
+    QSet<QString> *m_shown;
+};
+
 class PrintingCoordinator final : public DisplayCoordinatorType
 {
 public:
-    VelmoraInAppMessagingDelegate *delegate() const override { return m_delegate; }
-    void setDelegate(VelmoraInAppMessagingDelegate *delegate) override { m_delegate = delegate; }
-    ReactionHandler reactionHandler() const override { return m_reactionHandler; }
-    void setReactionHandler(ReactionHandler handler) override { m_reactionHandler = std::move(handler); }
-    void startNewScreen(const QString &screenName, QObject *) override
+    PrintingCoordinator()
+        : m_coordinator(std::make_unique<PrintingModalPresenter>(&m_shown),
+                        std::make_unique<PrintingBannerPresenter>(&m_shown), &m_embedded, &m_popups)
     {
-        printOut(u"screen: "_s + screenName);
-    }
-    void finishLoading() override { }
-    void displayMessage(const QList<InAppMessageAction> &actions, const QString &screenName,
-                        QWidget *, const VerticalAnchor &, const VerticalAnchor &) override
-    {
-        displayMessageForQuick(actions, screenName);
-    }
-    void displayMessageForQuick(const QList<InAppMessageAction> &actions, const QString &) override
-    {
-        displayed += actions;
-        for (const InAppMessageAction &action : actions) {
-            QString where;
-            if (const auto *banner = action.contents.popupBannerAction())
-                where = u" at "_s + rawValue(banner->position);
-            else if (!action.contents.componentId().isEmpty())
-                where = u" in "_s + action.contents.componentId();
-            printOut(u"display: "_s + action.contents.rawType() + u' ' + action.meta.scenarioId + where);
-        }
     }
 
+    VelmoraInAppMessagingDelegate *delegate() const override { return m_coordinator.delegate(); }
+    void setDelegate(VelmoraInAppMessagingDelegate *delegate) override
+    {
+        m_coordinator.setDelegate(delegate);
+    }
+    ReactionHandler reactionHandler() const override { return m_coordinator.reactionHandler(); }
+    void setReactionHandler(ReactionHandler handler) override
+    {
+        m_coordinator.setReactionHandler(std::move(handler));
+    }
+    void startNewScreen(const QString &screenName, QObject *owner) override
+    {
+        printOut(u"screen: "_s + screenName);
+        m_coordinator.startNewScreen(screenName, owner);
+    }
+    void finishLoading() override { m_coordinator.finishLoading(); }
+    void displayMessage(const QList<InAppMessageAction> &actions, const QString &screenName,
+                        QWidget *target, const VerticalAnchor &top, const VerticalAnchor &bottom) override
+    {
+        m_coordinator.displayMessage(actions, screenName, target, top, bottom);
+        collect(actions);
+    }
+    void displayMessageForQuick(const QList<InAppMessageAction> &actions,
+                                const QString &screenName) override
+    {
+        displayMessage(actions, screenName, nullptr, {}, {});
+    }
+
+    /// What reached a presenter or the embedded slots, in display order.
     QList<InAppMessageAction> displayed;
 
 private:
-    VelmoraInAppMessagingDelegate *m_delegate = nullptr;
-    ReactionHandler m_reactionHandler;
+    void collect(const QList<InAppMessageAction> &actions)
+    {
+        for (const auto &[componentId, data] : m_embedded.embeddedBanners()) {
+            m_shown.insert(u"embedded_banner/"_s + data.scenarioId);
+            printOut(u"embedded: "_s + data.scenarioId + u" in "_s + componentId);
+        }
+        for (const InAppMessageAction &action : actions) {
+            if (m_shown.contains(action.contents.rawType() + u'/' + action.meta.scenarioId))
+                displayed.append(action);
+        }
+    }
+
+    QSet<QString> m_shown;
+    EmbeddedBannerStore m_embedded;
+    PopupBannerStore m_popups;
+    MessageDisplayCoordinator m_coordinator;
 };
 
 class CollectingDelegate final : public VelmoraInAppMessagingDelegate

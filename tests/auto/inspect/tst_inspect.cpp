@@ -130,8 +130,13 @@ void tst_Inspect::fetchShowsWhatWouldDisplay()
     const QJsonObject result = run.last();
     QCOMPARE(result[u"errors"_s].toArray().size(), 0);
     const QJsonArray displayed = result[u"displayed"_s].toArray();
-    QCOMPARE(displayed.size(), 5);
-    QCOMPARE(displayed[0][u"scenario_id"_s].toString(), u"br"_s); // priority 99 first
+    // One banner per position in display order; the empty one at "top" claims nothing, and the
+    // upper-case location falls back to "top".
+    QStringList ids;
+    for (const auto &action : displayed)
+        ids.append(action[u"scenario_id"_s].toString());
+    QCOMPARE(ids, (QStringList { u"br"_s, u"upper"_s, u"c"_s, u"tl"_s }));
+    QVERIFY(run.out.contains(u"banner: upper at top"_s));
 
     const QJsonObject body = server.lastRequest().json().object();
     QCOMPARE(body[u"meta"_s][u"screen_name"_s].toString(), u"cart"_s);
@@ -159,7 +164,7 @@ void tst_Inspect::fetchReportsErrors_data()
     QTest::newRow("unsupported type")
             << QStringList {}
             << Response::json(R"({"actions": [{"meta": {"scenario_id": "s", "updated_at": "2024-05-01T00:00:00Z", "action_type": "x"}}]})")
-            << QString() << 0;
+            << u"precondition: Received an unsupported message type: 'x'. Please update the SDK."_s << 1;
     QTest::newRow("bad param") << QStringList { u"--param"_s, u"a=float:1"_s } << Response::json("{}")
                                << QString() << 64;
 }
