@@ -271,7 +271,7 @@ private Q_SLOTS:
         QCOMPARE(f.log, expected);
     }
 
-    void bannerRequestsCarryTargetAnchorsAndReactions()
+    void requestsCarryTargetAnchorsAndReactions()
     {
         Fixture f;
         QStringList reactions;
@@ -298,87 +298,68 @@ private Q_SLOTS:
         QCOMPARE(request.bottomAnchor.edge, VerticalAnchor::Edge::Top);
         request.reactionHandler(EventsReactionType::Open, request.screenName, request.scenarioId);
         f.modalPresenter->reactionHandler(EventsReactionType::Close, u"home"_s, u"M1"_s);
-        QCOMPARE(reactions, (QStringList { u"open home A"_s, u"close home M1"_s }));
-    }
-
-    void reactionHandlerReachesBothStores()
-    {
-        Fixture f;
-        QStringList reactions;
-        f.coordinator->setReactionHandler(
-            [&](EventsReactionType type, const QString &, const QString &scenario) {
-                reactions.append(rawValue(type) + u' ' + scenario);
-            });
-        f.popupStore.reactionHandler()(EventsReactionType::Open, u"home"_s, u"P"_s);
-        f.embeddedStore.reactionHandler()(EventsReactionType::Click, u"home"_s, u"E"_s);
-        QCOMPARE(reactions, (QStringList { u"open P"_s, u"click E"_s }));
-    }
-
-    void handlersFollowTheDelegate_data()
-    {
-        QTest::addColumn<QString>("slot");
-        QTest::addColumn<QString>("call");
-
-        for (const char *holder : { "modal", "banner", "popupStore", "embeddedStore" }) {
-            for (const char *call : { "clicked", "dismissed", "error" }) {
-                if (qstrcmp(holder, "embeddedStore") == 0 && qstrcmp(call, "dismissed") == 0)
-                    continue; // embedded banners cannot be dismissed
-                QTest::addRow("%s %s", holder, call)
-                    << QString::fromLatin1(holder) << QString::fromLatin1(call);
-            }
-        }
+        // The stores' views report through the same handler.
+        f.popupStore.reactionHandler()(EventsReactionType::Click, u"home"_s, u"P"_s);
+        f.embeddedStore.reactionHandler()(EventsReactionType::Open, u"home"_s, u"E"_s);
+        QCOMPARE(reactions,
+                 (QStringList { u"open home A"_s, u"close home M1"_s, u"click home P"_s,
+                                u"open home E"_s }));
     }
 
     void handlersFollowTheDelegate()
     {
-        QFETCH(QString, slot);
-        QFETCH(QString, call);
-
         Fixture f;
-        // Captures the handler installed in the slot right now and returns a way to fire it.
-        auto grab = [&]() -> std::function<void()> {
-            const InAppMessage message = InAppMessage::unsupported(u"probe"_s);
-            MessageHandler clicked, dismissed;
-            MessageErrorHandler error;
-            if (slot == u"modal") {
-                clicked = f.modalPresenter->onClicked;
-                dismissed = f.modalPresenter->onDismissed;
-                error = f.modalPresenter->onError;
-            } else if (slot == u"banner") {
-                clicked = f.bannerPresenter->onClicked;
-                dismissed = f.bannerPresenter->onDismissed;
-                error = f.bannerPresenter->onError;
-            } else if (slot == u"popupStore") {
-                clicked = f.popupStore.messageClickedHandler();
-                dismissed = f.popupStore.messageDismissedHandler();
-                error = f.popupStore.messageErrorHandler();
-            } else {
-                clicked = f.embeddedStore.messageClickedHandler();
-                error = f.embeddedStore.messageErrorHandler();
-            }
-            if (call == u"clicked")
-                return [=] { clicked(message); };
-            if (call == u"dismissed")
-                return [=] { dismissed(message); };
-            return [=] { error(message, VelmoraError::precondition(u"boom"_s)); };
+        // Fires every host callback installed right now, in a fixed order.
+        auto installed = [&f]() -> std::function<void()> {
+            struct Callbacks
+            {
+                MessageHandler clicked, dismissed;
+                MessageErrorHandler error;
+            };
+            const QList<Callbacks> all = {
+                { f.modalPresenter->onClicked, f.modalPresenter->onDismissed,
+                  f.modalPresenter->onError },
+                { f.bannerPresenter->onClicked, f.bannerPresenter->onDismissed,
+                  f.bannerPresenter->onError },
+                { f.popupStore.messageClickedHandler(), f.popupStore.messageDismissedHandler(),
+                  f.popupStore.messageErrorHandler() },
+                // Embedded banners cannot be dismissed.
+                { f.embeddedStore.messageClickedHandler(),
+                  {},
+                  f.embeddedStore.messageErrorHandler() },
+            };
+            return [all] {
+                const InAppMessage probe = InAppMessage::unsupported(u"probe"_s);
+                for (const Callbacks &callbacks : all) {
+                    if (callbacks.clicked)
+                        callbacks.clicked(probe);
+                    if (callbacks.dismissed)
+                        callbacks.dismissed(probe);
+                    if (callbacks.error)
+                        callbacks.error(probe, VelmoraError::precondition(u"boom"_s));
+                }
+            };
         };
-        const QString expected = call == u"error" ? u"error probe: boom"_s : call + u" probe"_s;
+        const QStringList each
+            = { u"clicked probe"_s, u"dismissed probe"_s, u"error probe: boom"_s };
+        const QStringList expected
+            = each + each + each + QStringList { u"clicked probe"_s, u"error probe: boom"_s };
 
         auto first = std::make_unique<RecordingDelegate>();
         auto second = std::make_unique<RecordingDelegate>();
         f.coordinator->setDelegate(first.get());
-        const auto firstHandler = grab();
+        const auto fireFirst = installed();
         f.coordinator->setDelegate(second.get());
-        const auto secondHandler = grab();
+        const auto fireSecond = installed();
 
-        secondHandler();
-        QCOMPARE(second->own, QStringList { expected });
+        fireSecond();
+        QCOMPARE(second->own, expected);
         QCOMPARE(first->own, QStringList {});
-        firstHandler(); // a handler keeps the delegate of its time
-        QCOMPARE(first->own, QStringList { expected });
+        fireFirst(); // a callback keeps the delegate of its time
+        QCOMPARE(first->own, expected);
 
         second.reset();
-        secondHandler(); // held weakly: a destroyed delegate is simply not called
+        fireSecond(); // held weakly: a destroyed delegate is simply not called
         QCOMPARE(f.coordinator->delegate(), nullptr);
     }
 };

@@ -244,29 +244,6 @@ private Q_SLOTS:
         QCOMPARE(mapChanges, changes.isEmpty() ? 0 : 1);
     }
 
-    void publishedMapCarriesTheBanner()
-    {
-        PopupBannerStore store;
-        PopupBannerAction sized = *fixtures::popupBanner(u"S"_s, DisplayPosition::BottomRight)
-                                       .contents.popupBannerAction();
-        sized.size = ContentsSize {};
-        store.apply({ fixtures::popupPair(u"top_left:A"_s),
-                      { fixtures::action(u"S"_s, InAppMessage::fromPopupBanner(sized)), sized } },
-                    u"home"_s);
-
-        const QVariantMap map = store.popupBannersMap();
-        QCOMPARE(map.keys(), (QStringList { u"bottom_right"_s, u"top_left"_s }));
-        const QVariantMap topLeft = map.value(u"top_left"_s).toMap();
-        QCOMPARE(topLeft.value(u"scenarioId"_s).toString(), u"A"_s);
-        QCOMPARE(topLeft.value(u"screenName"_s).toString(), u"home"_s);
-        QCOMPARE(topLeft.value(u"position"_s).toString(), u"top_left"_s);
-        QCOMPARE(topLeft.value(u"hasExplicitSize"_s).toBool(), false);
-        QCOMPARE(map.value(u"bottom_right"_s).toMap().value(u"hasExplicitSize"_s).toBool(), true);
-        const auto message = topLeft.value(u"message"_s).value<InAppMessage>();
-        QCOMPARE(message.type(), InAppMessage::Type::PopupBanner);
-        QCOMPARE(message.popupBannerAction()->position, DisplayPosition::TopLeft);
-    }
-
     void removalCompletionOutlivingTheStoreIsHarmless()
     {
         ManualClock clock;

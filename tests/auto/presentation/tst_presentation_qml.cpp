@@ -17,7 +17,8 @@ QtObject {
     required property QtObject embeddedStore
     readonly property var top: popupStore.popupBanners.top
     readonly property string topScenario: top ? top.scenarioId : ""
-    readonly property string topType: top ? top.message.rawType : ""
+    readonly property string topType: top ? top.position + " " + top.message.rawType : ""
+    readonly property bool topUnsized: top ? top.hasExplicitSize === false : false
     readonly property int bannerCount: Object.keys(popupStore.popupBanners).length
     readonly property var popupScreen: popupStore.currentScreenName
     readonly property string heroScenario:
@@ -60,7 +61,8 @@ private Q_SLOTS:
                            fixtures::popupPair(u"bottom:C"_s) },
                          u"home"_s);
         QCOMPARE(root->property("topScenario").toString(), u"A"_s);
-        QCOMPARE(root->property("topType").toString(), u"popup_banner"_s);
+        QCOMPARE(root->property("topType").toString(), u"top popup_banner"_s);
+        QCOMPARE(root->property("topUnsized").toBool(), true);
         QCOMPARE(root->property("bannerCount").toInt(), 2);
         QCOMPARE(root->property("popupScreen").toString(), u"home"_s);
 
