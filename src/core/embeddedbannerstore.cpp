@@ -10,10 +10,7 @@ EmbeddedBannerStore::EmbeddedBannerStore(QObject *parent)
     : QObject(parent)
 { }
 
-EmbeddedBannerStore::~EmbeddedBannerStore()
-{
-    disconnect(m_ownerDestroyedConnection);
-}
+EmbeddedBannerStore::~EmbeddedBannerStore() = default;
 
 std::optional<EmbeddedBannerComponentData>
 EmbeddedBannerStore::embeddedBanner(const QString &componentId) const
