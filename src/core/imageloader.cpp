@@ -95,6 +95,10 @@ private:
 
         QNetworkReply *reply = m_loader->m_manager->get(request);
         reply->setParent(this);
+        // Qt otherwise hands over whatever the network thread has buffered in one go, which
+        // for a fast server means megabytes read and written to the disk cache in a single
+        // event on the GUI thread; this keeps each step to one chunk.
+        reply->setReadBufferSize(ImageLoader::receiveChunk);
         m_reply = reply;
         connect(reply, &QNetworkReply::metaDataChanged, this, &ImageTransfer::onMetaData);
         connect(reply, &QNetworkReply::readyRead, this, &ImageTransfer::onReadyRead);
