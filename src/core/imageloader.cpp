@@ -5,6 +5,7 @@
 #include "logging.h"
 
 #include <QCoreApplication>
+#include <QFutureWatcher>
 #include <QNetworkAccessManager>
 #include <QNetworkDiskCache>
 #include <QNetworkReply>
@@ -215,14 +216,20 @@ private:
 
         m_done = true;
         m_deadline->stop();
-        if (m_context) {
-            AnimatedImageDecoder::decodeAsync(std::exchange(m_data, {}))
-                .then(m_context.data(),
-                      [completion = m_completion](std::optional<LoadedImage> image) {
-                          completion(std::move(image));
-                      });
+        dropReply();
+        if (!m_context) {
+            deleteLater();
+            return;
         }
-        deleteLater();
+        // A watcher owned here rather than QFuture::then(context): in Qt 6.4 a continuation
+        // checks its context from the decoding thread, racing with the context's destruction.
+        auto *watcher = new QFutureWatcher<std::optional<LoadedImage>>(this);
+        connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
+            if (m_context)
+                deliverLater(m_context, m_completion, watcher->result());
+            deleteLater();
+        });
+        watcher->setFuture(AnimatedImageDecoder::decodeAsync(std::exchange(m_data, {})));
     }
 
     void fail()
