@@ -72,7 +72,6 @@ private Q_SLOTS:
     void shouldAnimate();
     void decode_data();
     void decode();
-    void transparentFramesArePremultiplied();
     void decodeAsyncRunsOffTheCallingThread();
 };
 
@@ -210,21 +209,6 @@ void tst_AnimatedImageDecoder::decode()
         }
         QCOMPARE(animation->totalDuration(), total);
     }
-}
-
-void tst_AnimatedImageDecoder::transparentFramesArePremultiplied()
-{
-    QList<GifFrame> frames = solidFrames(2, QSize(4, 4));
-    frames[1].image.setPixel(1, 1, qRgba(0, 0, 0, 0));
-    frames[1].image = frames[1].image.convertToFormat(QImage::Format_ARGB32);
-    frames[1].image.setPixel(1, 1, qRgba(0, 0, 0, 0));
-    frames[1].disposal = GifFrame::Disposal::RestoreBackground;
-    const auto image = AnimatedImageDecoder::decode(encodeGif(frames, QSize(4, 4)));
-    QVERIFY(image && image->isAnimated());
-    const QImage second = image->animatedSource()->frames()[1];
-    QVERIFY(second.format() == QImage::Format_ARGB32_Premultiplied
-            || second.format() == QImage::Format_RGB32);
-    QCOMPARE(QColor(second.pixel(0, 0)), QColor(palette[1]));
 }
 
 void tst_AnimatedImageDecoder::decodeAsyncRunsOffTheCallingThread()

@@ -96,7 +96,6 @@ private Q_SLOTS:
     void secondLoadComesFromCache();
     void timeouts_data();
     void timeouts();
-    void connectionRefused();
     void destroyedContextAbandonsLoad();
     void loadFromAnotherThread();
 
@@ -321,19 +320,6 @@ void tst_ImageLoader::timeouts()
     QVERIFY(outcome.delivered && !outcome.image);
     QVERIFY2(timer.elapsed() < 3000, QByteArray::number(timer.elapsed()).constData());
     QVERIFY(logged(u"ImageLoader error for "_s + target + u": The request timed out."_s));
-}
-
-void tst_ImageLoader::connectionRefused()
-{
-    TestHttpServer gone;
-    QVERIFY(gone.listen(TestHttpServer::Mode::Https));
-    const QString target = gone.url(u"/image"_s).toString();
-    gone.close();
-    const Outcome outcome = load(target);
-    QVERIFY(outcome.delivered && !outcome.image);
-    const QStringList lines = m_log->lines();
-    QCOMPARE(lines.size(), 1);
-    QVERIFY(lines.first().startsWith(u"ImageLoader error for "_s + target + u": "_s));
 }
 
 void tst_ImageLoader::destroyedContextAbandonsLoad()
