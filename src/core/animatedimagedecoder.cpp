@@ -136,15 +136,27 @@ QSize downsampledSize(const PixelSize &size)
     return QSize(side(size.width), side(size.height));
 }
 
+// The bitmap a handler allocates on its way to `target`. Only Qt's JPEG handler decodes at a
+// reduced size, by libjpeg's factors of 1/2, 1/4 or 1/8 with the result still at least the
+// target; other handlers that accept a scaled size (PNG among them) decode at full size and
+// scale afterwards.
+qint64 decodedPixelsBeforeScaling(const QImageReader &reader, const PixelSize &size, QSize target)
+{
+    if (reader.format() != "jpeg")
+        return size.width * size.height;
+    const qint64 ratio = std::min(size.width / target.width(), size.height / target.height());
+    const qint64 denominator = ratio < 2 ? 1 : ratio < 4 ? 2 : ratio < 8 ? 4 : 8;
+    const auto scaled = [&](qint64 side) { return (side + denominator - 1) / denominator; };
+    return scaled(size.width) * scaled(size.height);
+}
+
 std::optional<LoadedImage> decodeStill(QImageReader &reader, const std::optional<PixelSize> &size)
 {
     QImage image;
     if (size && std::max(size->width, size->height) > AnimatedImageDecoder::maxStillSide) {
-        // A codec that cannot scale while decoding (all but JPEG here) decodes at full size
-        // first; that bitmap must fit the same budget as any other.
-        const bool scalesWhileDecoding = reader.supportsOption(QImageIOHandler::ScaledSize);
-        if (scalesWhileDecoding || size->width * size->height <= maxBitmapPixels) {
-            reader.setScaledSize(downsampledSize(*size));
+        const QSize target = downsampledSize(*size);
+        if (decodedPixelsBeforeScaling(reader, *size, target) <= maxBitmapPixels) {
+            reader.setScaledSize(target);
             reader.read(&image);
         }
         if (image.isNull()) {

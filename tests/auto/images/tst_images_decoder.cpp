@@ -161,6 +161,18 @@ void tst_AnimatedImageDecoder::decode_data()
             << encodeGif(frames, QSize(3000, 3000)) << u"still"_s << QSize(3000, 3000)
             << QList<double>() << true;
     }
+    {
+        // A still of a codec that cannot decode at a reduced size is decoded whole first, so
+        // the whole bitmap has to fit the pixel budget: 30,000,000 pixels, here behind a tiny
+        // frame on a large screen.
+        const QList<GifFrame> frame = solidFrames(1, QSize(10, 10));
+        QTest::newRow("still at the pixel budget")
+            << encodeGif(frame, QSize(6000, 5000)) << u"still"_s << QSize(4096, 3413)
+            << QList<double>() << true;
+        QTest::newRow("still over the pixel budget")
+            << encodeGif(frame, QSize(6001, 5000)) << u"none"_s << QSize() << QList<double>()
+            << false;
+    }
     QTest::newRow("5000x3000 jpeg") << gradient(QSize(5000, 3000), "jpeg") << u"still"_s
                                     << QSize(4096, 2458) << QList<double>() << false;
     QTest::newRow("3000x5000 png") << gradient(QSize(3000, 5000), "png") << u"still"_s
