@@ -22,7 +22,7 @@ std::optional<QByteArray> readFile(const QString &path)
 
 } // namespace
 
-std::optional<TestCertificate> TestCertificate::generate(const QString &dir)
+std::optional<TestCertificate> TestCertificate::generate(const QString &dir, int validDays)
 {
     const QDir directory(dir);
     const QString certificatePath = directory.absoluteFilePath(u"cert.pem"_s);
@@ -30,11 +30,11 @@ std::optional<TestCertificate> TestCertificate::generate(const QString &dir)
 
     QProcess openssl;
     openssl.setProcessChannelMode(QProcess::MergedChannels);
-    // -days 2 rather than 1 so a run that starts just before midnight UTC on a machine
-    // whose clock is slightly off still gets a valid certificate.
+    // 2 days by default rather than 1 so a run that starts just before midnight UTC on a
+    // machine whose clock is slightly off still gets a valid certificate.
     openssl.start(u"openssl"_s,
                   { u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s, u"-days"_s,
-                    u"2"_s, u"-subj"_s, u"/CN=127.0.0.1"_s, u"-addext"_s,
+                    QString::number(validDays), u"-subj"_s, u"/CN=127.0.0.1"_s, u"-addext"_s,
                     u"subjectAltName=IP:127.0.0.1,DNS:localhost"_s, u"-addext"_s,
                     u"basicConstraints=critical,CA:TRUE"_s, u"-keyout"_s, keyPath, u"-out"_s,
                     certificatePath });
@@ -49,22 +49,29 @@ std::optional<TestCertificate> TestCertificate::generate(const QString &dir)
         return std::nullopt;
     }
 
+    auto result = load(dir);
+    if (!result)
+        qWarning("TestCertificate: Qt cannot load what openssl wrote in %ls", qUtf16Printable(dir));
+    return result;
+}
+
+std::optional<TestCertificate> TestCertificate::load(const QString &dir)
+{
+    const QDir directory(dir);
+    const QString certificatePath = directory.absoluteFilePath(u"cert.pem"_s);
+    const QString keyPath = directory.absoluteFilePath(u"key.pem"_s);
     const auto certificatePem = readFile(certificatePath);
     const auto keyPem = readFile(keyPath);
-    if (!certificatePem || !keyPem) {
-        qWarning("TestCertificate: openssl did not write %ls", qUtf16Printable(dir));
+    if (!certificatePem || !keyPem)
         return std::nullopt;
-    }
 
     TestCertificate result;
     result.m_certificate = QSslCertificate(*certificatePem, QSsl::Pem);
     result.m_key = QSslKey(*keyPem, QSsl::Rsa, QSsl::Pem, QSsl::PrivateKey);
     result.m_certificatePath = certificatePath;
     result.m_keyPath = keyPath;
-    if (result.m_certificate.isNull() || result.m_key.isNull()) {
-        qWarning("TestCertificate: Qt cannot load what openssl wrote in %ls", qUtf16Printable(dir));
+    if (result.m_certificate.isNull() || result.m_key.isNull())
         return std::nullopt;
-    }
     return result;
 }
 

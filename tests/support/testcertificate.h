@@ -17,8 +17,14 @@ class TestCertificate
 public:
     // Runs the openssl command line tool and writes cert.pem and key.pem into dir, which
     // must exist. Returns nullopt (with a warning saying why) when openssl is missing or
-    // its output cannot be loaded.
-    static std::optional<TestCertificate> generate(const QString &dir);
+    // its output cannot be loaded. Tests need the default of a short validity; a
+    // long-lived local server wants more.
+    static std::optional<TestCertificate> generate(const QString &dir, int validDays = 2);
+
+    // Reads the cert.pem and key.pem an earlier generate() wrote into dir. Returns nullopt
+    // without a warning when either is missing or unreadable; expiry is the caller's
+    // business.
+    static std::optional<TestCertificate> load(const QString &dir);
 
     // Generated on first use and kept in a temporary directory for the rest of the
     // process, because key generation is the slowest part of an HTTPS test. Null if

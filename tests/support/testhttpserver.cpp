@@ -550,6 +550,11 @@ TestHttpServer::~TestHttpServer()
 
 bool TestHttpServer::listen(Mode mode)
 {
+    return listen(mode, 0);
+}
+
+bool TestHttpServer::listen(Mode mode, quint16 port)
+{
     close();
     m_mode = mode;
     if (mode == Mode::Https) {
@@ -573,7 +578,7 @@ bool TestHttpServer::listen(Mode mode)
     // only after its handshake, and newConnection can fire before that.
     connect(m_server.get(), &QTcpServer::pendingConnectionAvailable, this,
             &TestHttpServer::acceptPending);
-    if (!m_server->listen(QHostAddress::LocalHost, 0)) {
+    if (!m_server->listen(QHostAddress::LocalHost, port)) {
         qWarning("TestHttpServer: cannot listen: %ls", qUtf16Printable(m_server->errorString()));
         m_server.reset();
         return false;

@@ -107,6 +107,8 @@ public:
 
     // Https uses TestCertificate::shared() unless setCertificate() was called first.
     bool listen(Mode mode = Mode::Http);
+    // On a chosen port of 127.0.0.1 (0: any free one), for servers that others must find.
+    bool listen(Mode mode, quint16 port);
     void close(); // stops listening and drops every open connection
     bool isListening() const;
     Mode mode() const { return m_mode; }
