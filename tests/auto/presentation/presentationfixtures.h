@@ -18,84 +18,55 @@ namespace fixtures {
 using namespace velmora;
 using namespace Qt::StringLiterals;
 
-inline SingleMessageCreative creative(QStringView variant)
+// "" has an image only, "title" and "body" that text only, "emptytexts" empty texts and
+// "blank" nothing at all.
+inline SingleMessageCreative creative(QStringView variant = {})
 {
     SingleMessageCreative creative;
-    if (variant.isEmpty()) {
+    if (variant.isEmpty())
         creative.image.url = u"https://img.example.com/banner.png"_s;
-    } else if (variant == u"title") {
-        creative.title = TextContent { u"Hello"_s, {}, {} };
-    } else if (variant == u"body") {
-        creative.body = TextContent { u"Body"_s, {}, {} };
-    } else if (variant == u"emptytexts") {
-        creative.title = TextContent {};
-        creative.body = TextContent {};
-    } else {
-        Q_ASSERT(variant == u"blank");
-    }
+    if (variant == u"title" || variant == u"emptytexts")
+        creative.title = TextContent { variant == u"title" ? u"Hello"_s : QString(), {}, {} };
+    if (variant == u"body" || variant == u"emptytexts")
+        creative.body = TextContent { variant == u"body" ? u"Body"_s : QString(), {}, {} };
     return creative;
-}
-
-inline InAppMessageAction action(const QString &scenarioId, const InAppMessage &contents)
-{
-    InAppMessageAction action;
-    action.meta.scenarioId = scenarioId;
-    action.meta.actionType = contents.rawType();
-    action.contents = contents;
-    return action;
-}
-
-inline InAppMessageAction popupBanner(const QString &scenarioId, DisplayPosition position,
-                                      QStringView variant = {})
-{
-    PopupBannerAction banner;
-    banner.position = position;
-    banner.creative = creative(variant);
-    return action(scenarioId, InAppMessage::fromPopupBanner(banner));
-}
-
-inline InAppMessageAction embeddedBanner(const QString &scenarioId, const QString &componentId,
-                                         QStringView variant = {})
-{
-    EmbeddedBannerAction banner;
-    banner.componentId = componentId;
-    banner.creative = creative(variant);
-    return action(scenarioId, InAppMessage::fromEmbeddedBanner(banner));
-}
-
-inline InAppMessageAction parse(const QString &token)
-{
-    const QString kind = token.section(u':', 0, 0);
-    const QString body = token.section(u':', 1, 1);
-    const QString variant = token.section(u':', 2, 2);
-    if (kind == u"banner") {
-        const auto position = displayPositionFromRawValue(body.section(u'@', 1));
-        Q_ASSERT(position);
-        return popupBanner(body.section(u'@', 0, 0), *position, variant);
-    }
-    if (kind == u"modal")
-        return action(body, InAppMessage::fromPopupModal(PopupModalAction { creative(variant) }));
-    if (kind == u"embedded")
-        return embeddedBanner(body.section(u'#', 0, 0), body.section(u'#', 1), variant);
-    Q_ASSERT(kind == u"unsupported");
-    return action(body.section(u'=', 0, 0), InAppMessage::unsupported(body.section(u'=', 1)));
 }
 
 inline QList<InAppMessageAction> parseAll(const QStringList &tokens)
 {
     QList<InAppMessageAction> actions;
-    for (const QString &token : tokens)
-        actions.append(parse(token));
+    for (const QString &token : tokens) {
+        const QString kind = token.section(u':', 0, 0);
+        const QString body = token.section(u':', 1, 1);
+        const SingleMessageCreative look = creative(token.section(u':', 2, 2));
+        InAppMessageAction action;
+        action.meta.scenarioId = body.section(u'@', 0, 0).section(u'#', 0, 0).section(u'=', 0, 0);
+        if (kind == u"banner") {
+            const auto position = displayPositionFromRawValue(body.section(u'@', 1));
+            action.contents = InAppMessage::fromPopupBanner({ *position, {}, {}, look });
+        } else if (kind == u"modal") {
+            action.contents = InAppMessage::fromPopupModal(PopupModalAction { look });
+        } else if (kind == u"embedded") {
+            action.contents = InAppMessage::fromEmbeddedBanner({ body.section(u'#', 1), look });
+        } else {
+            action.contents = InAppMessage::unsupported(body.section(u'=', 1));
+        }
+        action.meta.actionType = action.contents.rawType();
+        actions.append(action);
+    }
     return actions;
 }
 
 /// "top:A" → a popup banner pair as the coordinator hands it to the store.
-inline ClassifiedPopupBanner popupPair(const QString &token)
+inline QList<ClassifiedPopupBanner> popupPairs(const QStringList &tokens)
 {
-    const auto position = displayPositionFromRawValue(token.section(u':', 0, 0));
-    Q_ASSERT(position);
-    const InAppMessageAction banner = popupBanner(token.section(u':', 1), *position);
-    return { banner, *banner.contents.popupBannerAction() };
+    QList<ClassifiedPopupBanner> pairs;
+    for (const QString &token : tokens) {
+        const InAppMessageAction banner = parseAll(
+            { u"banner:"_s + token.section(u':', 1) + u'@' + token.section(u':', 0, 0) })[0];
+        pairs.append({ banner, *banner.contents.popupBannerAction() });
+    }
+    return pairs;
 }
 
 } // namespace fixtures

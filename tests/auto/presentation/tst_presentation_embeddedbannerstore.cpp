@@ -2,7 +2,6 @@
 #include "presentationfixtures.h"
 
 #include <QDesktopServices>
-#include <QSignalSpy>
 #include <QTest>
 
 using namespace velmora;
@@ -10,40 +9,24 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// "hero:s1" → an update for component "hero", scenario s1, on screen "home". Further parts
-// after "|" set the image URL and the image's link: "hero:s1|https://img/2.png|myapp://x".
-EmbeddedComponentUpdate update(const QString &token)
-{
-    const QStringList parts = token.split(u'|');
-    const QString id = parts.at(0).section(u':', 0, 0);
-    const QString scenarioId = parts.at(0).section(u':', 1);
-    EmbeddedBannerAction content
-        = *fixtures::embeddedBanner(scenarioId, id).contents.embeddedBannerAction();
-    if (parts.size() > 1)
-        content.creative.image.url = parts.at(1);
-    if (parts.size() > 2)
-        content.creative.image.linkUrl = parts.at(2);
-    return { id, content, scenarioId, u"home"_s };
-}
-
-QList<EmbeddedComponentUpdate> updates(const QStringList &tokens)
+// "hero:s1 footer:s2" → updates for components hero and footer on screen "home"; an update
+// may add its image's link: "hero:s1|myapp://x".
+QList<EmbeddedComponentUpdate> updates(const QString &tokens)
 {
     QList<EmbeddedComponentUpdate> result;
-    for (const QString &token : tokens)
-        result.append(update(token));
+    for (const QString &token : tokens.split(u' ', Qt::SkipEmptyParts)) {
+        const QString id = token.section(u':', 0, 0);
+        EmbeddedBannerAction content { id, fixtures::creative() };
+        if (token.contains(u'|'))
+            content.creative.image.linkUrl = token.section(u'|', 1);
+        result.append({ id, content, token.section(u':', 1).section(u'|', 0, 0), u"home"_s });
+    }
     return result;
-}
-
-QString entries(const EmbeddedBannerStore &store)
-{
-    QStringList parts;
-    for (const auto &[id, banner] : store.embeddedBanners())
-        parts.append(id + u':' + banner.scenarioId);
-    return parts.join(u' ');
 }
 
 } // namespace
 
+// Stands in for the system's URL opener, as a host intercepting links would.
 class UrlRecorder : public QObject
 {
     Q_OBJECT
@@ -60,206 +43,135 @@ class EmbeddedBannerStoreTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void clearAllOrder()
+    void clearAll()
     {
         EmbeddedBannerStore store;
-        QObject firstOwner;
-        store.clearAll(u"home"_s, &firstOwner);
-        store.apply(updates({ u"hero:s1"_s, u"footer:s2"_s }));
+        auto firstOwner = std::make_unique<QObject>();
+        store.clearAll(u"home"_s, firstOwner.get());
+        store.apply(updates(u"hero:s1 footer:s2"_s));
 
+        // Each signal with what observers find then: "<signal>(<owner> <entries> <screen>)".
         QStringList log;
         auto record = [&](const QString &what) {
-            log.append(what + u" owner="_s + (store.currentOwner() ? u"new"_s : u"none"_s)
-                       + u" entries="_s + QString::number(store.embeddedBanners().size())
-                       + u" screen="_s + store.currentScreenName().value_or(u"-"_s));
+            log << what + u'(' + (store.currentOwner() ? u"set "_s : u"none "_s)
+                    + QString::number(store.embeddedBanners().size()) + u' '
+                    + store.currentScreenName().value_or(u"-"_s) + u')';
         };
         connect(&store, &EmbeddedBannerStore::currentOwnerChanged, this,
                 [&] { record(u"owner"_s); });
-        connect(&store, &EmbeddedBannerStore::embeddedBannerChanged, this,
-                [&](const QString &id) { record(u"banner "_s + id); });
+        connect(&store, &EmbeddedBannerStore::embeddedBannerChanged, this, record);
         connect(&store, &EmbeddedBannerStore::embeddedBannersChanged, this,
-                [&] { record(u"banners"_s); });
+                [&] { record(u"map"_s); });
         connect(&store, &EmbeddedBannerStore::currentScreenNameChanged, this,
                 [&] { record(u"screen"_s); });
 
-        store.clearAll(u"cart"_s, nullptr);
-        QCOMPARE(log,
-                 (QStringList { u"owner owner=none entries=2 screen=home"_s,
-                                u"banner footer owner=none entries=0 screen=home"_s,
-                                u"banner hero owner=none entries=0 screen=home"_s,
-                                u"banners owner=none entries=0 screen=home"_s,
-                                u"screen owner=none entries=0 screen=cart"_s }));
-
-        // Nothing changes on a second clear of the same screen, so nothing is published.
-        log.clear();
-        store.clearAll(u"cart"_s, nullptr);
-        QCOMPARE(log, QStringList {});
-    }
-
-    void ownerIsHeldWeakly()
-    {
-        EmbeddedBannerStore store;
         auto owner = std::make_unique<QObject>();
-        store.clearAll(u"home"_s, owner.get());
-        QCOMPARE(store.currentOwner(), owner.get());
+        store.clearAll(u"cart"_s, owner.get());
+        QCOMPARE(log.join(u' '),
+                 u"owner(set 2 home) footer(set 0 home) hero(set 0 home) "
+                 "map(set 0 home) screen(set 0 cart)"_s);
 
-        QSignalSpy ownerChanged(&store, &EmbeddedBannerStore::currentOwnerChanged);
+        // Nothing changes on a second clear of the same screen, and the old owner is no longer
+        // watched; the current one is held weakly and its end is announced.
+        log.clear();
+        store.clearAll(u"cart"_s, owner.get());
+        firstOwner.reset();
         owner.reset();
-        QCOMPARE(store.currentOwner(), nullptr);
-        QCOMPARE(ownerChanged.size(), 1);
+        QCOMPARE(log.join(u' '), u"owner(none 0 cart)"_s);
 
-        // A later owner's destruction is reported, the old one's connection is gone.
-        QObject next;
-        store.clearAll(u"cart"_s, &next);
-        QCOMPARE(ownerChanged.size(), 2);
+        // Each update is its own change, in order; the later one for an id wins.
+        log.clear();
+        store.apply(updates(u"hero:s1 a:s2 hero:s3"_s));
+        QCOMPARE(log.join(u' '),
+                 u"hero(none 1 cart) map(none 1 cart) a(none 2 cart) "
+                 "map(none 2 cart) hero(none 2 cart) map(none 2 cart)"_s);
+        QCOMPARE(store.embeddedBanner(u"hero"_s)->scenarioId, u"s3"_s);
     }
 
-    void apply_data()
+    void reactions_data()
     {
-        QTest::addColumn<QStringList>("before");
-        QTest::addColumn<QStringList>("incoming");
-        QTest::addColumn<QString>("after");
-        QTest::addColumn<QStringList>("changes");
-
-        QTest::newRow("later update for one id wins")
-            << QStringList {} << QStringList { u"hero:s1"_s, u"hero:s2"_s } << u"hero:s2"_s
-            << QStringList { u"hero"_s, u"hero"_s };
-        QTest::newRow("entries not named are kept")
-            << QStringList { u"footer:s0"_s } << QStringList { u"hero:s1"_s }
-            << u"footer:s0 hero:s1"_s << QStringList { u"hero"_s };
-        QTest::newRow("an existing entry is replaced")
-            << QStringList { u"hero:s0"_s } << QStringList { u"hero:s1"_s } << u"hero:s1"_s
-            << QStringList { u"hero"_s };
-        QTest::newRow("each update is its own change, in order")
-            << QStringList {} << QStringList { u"b:s1"_s, u"a:s2"_s, u"b:s3"_s } << u"a:s2 b:s3"_s
-            << QStringList { u"b"_s, u"a"_s, u"b"_s };
-        QTest::newRow("no updates, no change")
-            << QStringList { u"hero:s0"_s } << QStringList {} << u"hero:s0"_s << QStringList {};
+        QTest::addColumn<QString>("ops");
+        QTest::addColumn<QString>("expected");
+        // Comma-separated ops: "apply <updates>", "open <component> <image URL>",
+        // "click <component>", "clear", "silent" (no error handler).
+        QTest::newRow("open: once per component and image")
+            << u"apply hero:s1 footer:s2, open hero u1, open hero u1, open footer u1"_s
+            << u"open home s1, open home s2"_s;
+        QTest::newRow("open: another image reports again")
+            << u"apply hero:s1, open hero u1, open hero u2, open hero u1"_s
+            << u"open home s1, open home s1, open home s1"_s;
+        QTest::newRow("open: no entry, nothing reported, nothing recorded")
+            << u"open hero u1, apply hero:s1, open hero u1"_s << u"open home s1"_s;
+        QTest::newRow("open: a new screen forgets; a cleared entry reports nothing")
+            << u"apply hero:s1, open hero u1, clear, open hero u1, apply hero:s1, open hero u1"_s
+            << u"open home s1, open home s1"_s;
+        const QString clicked = u"click home s1, clicked hero"_s;
+        QTest::newRow("click: no link; unknown component")
+            << u"apply hero:s1, click hero, click footer"_s << clicked;
+        // What a click on a banner linking to the URL does after telling the host.
+        auto link = [&](const char *name, const QString &url, const QString &outcome) {
+            QTest::newRow(name) << u"apply hero:s1|"_s + url + u", click hero"_s
+                                << clicked + outcome;
+        };
+        link("link: reported, told, then opened", u"https://example.com/sale?id=1#top"_s,
+             u", open https://example.com/sale?id=1#top"_s);
+        link("link: empty opens nothing", u""_s, u""_s);
+        link("link: http in any letter case", u"hTtP://example.com/Path"_s,
+             u", open http://example.com/Path"_s);
+        link("link: app scheme", u"myapp://sale"_s,
+             u", error hero Unsupported URL scheme: myapp://sale"_s);
+        link("link: no scheme", u"www.example.com/sale"_s,
+             u", error hero Unsupported URL scheme: www.example.com/sale"_s);
+        link("link: https lookalike", u"https-app://x"_s,
+             u", error hero Unsupported URL scheme: https-app://x"_s);
+        link("link: not a URL", u"http://[::1/x"_s, u", error hero Invalid URL: http://[::1/x"_s);
+        QTest::newRow("link: failures are silent without an error handler")
+            << u"silent, apply hero:s1|myapp://sale, click hero"_s << clicked;
     }
 
-    void apply()
+    void reactions()
     {
-        QFETCH(QStringList, before);
-        QFETCH(QStringList, incoming);
-
-        EmbeddedBannerStore store;
-        store.apply(updates(before));
-        QStringList changes;
-        connect(&store, &EmbeddedBannerStore::embeddedBannerChanged, this,
-                [&](const QString &id) { changes.append(id); });
-        QSignalSpy mapChanges(&store, &EmbeddedBannerStore::embeddedBannersChanged);
-        store.apply(updates(incoming));
-
-        QTEST(entries(store), "after");
-        QTEST(changes, "changes");
-        QCOMPARE(mapChanges.size(), changes.size());
-    }
-
-    void openReaction_data()
-    {
-        QTest::addColumn<QStringList>("ops");
-        QTest::addColumn<QStringList>("reported");
-
-        // Ops: "apply <update token>", "open <component> <image URL>", "clear".
-        QTest::newRow("once per component and image")
-            << QStringList { u"apply hero:s1"_s, u"open hero u1"_s, u"open hero u1"_s }
-            << QStringList { u"open home s1"_s };
-        QTest::newRow("another image reports again")
-            << QStringList { u"apply hero:s1"_s, u"open hero u1"_s, u"open hero u2"_s,
-                             u"open hero u1"_s }
-            << QStringList { u"open home s1"_s, u"open home s1"_s, u"open home s1"_s };
-        QTest::newRow("a new screen reports again")
-            << QStringList { u"apply hero:s1"_s, u"open hero u1"_s, u"clear"_s, u"apply hero:s1"_s,
-                             u"open hero u1"_s }
-            << QStringList { u"open home s1"_s, u"open home s1"_s };
-        QTest::newRow("a later banner for the slot reports with its own scenario")
-            << QStringList { u"apply hero:s1"_s, u"open hero u1"_s, u"apply hero:s2"_s,
-                             u"open hero u2"_s }
-            << QStringList { u"open home s1"_s, u"open home s2"_s };
-        QTest::newRow("components are tracked apart")
-            << QStringList { u"apply hero:s1"_s, u"apply footer:s2"_s, u"open hero u1"_s,
-                             u"open footer u1"_s }
-            << QStringList { u"open home s1"_s, u"open home s2"_s };
-        QTest::newRow("no entry: nothing reported, nothing recorded")
-            << QStringList { u"open hero u1"_s, u"apply hero:s1"_s, u"open hero u1"_s }
-            << QStringList { u"open home s1"_s };
-        QTest::newRow("cleared entry reports nothing")
-            << QStringList { u"apply hero:s1"_s, u"clear"_s, u"open hero u1"_s } << QStringList {};
-    }
-
-    void openReaction()
-    {
-        QFETCH(QStringList, ops);
-
-        EmbeddedBannerStore store;
-        QStringList reported;
-        store.setReactionHandler(
-            [&](EventsReactionType type, const QString &screen, const QString &scenario) {
-                reported.append(rawValue(type) + u' ' + screen + u' ' + scenario);
-            });
-        for (const QString &op : ops) {
-            const QStringList words = op.split(u' ');
-            if (words.first() == u"apply")
-                store.apply({ update(words.at(1)) });
-            else if (words.first() == u"open")
-                store.sendOpenReactionIfNeeded(words.at(1), words.at(2));
-            else
-                store.clearAll(u"home"_s, nullptr);
-        }
-        QTEST(reported, "reported");
-    }
-
-    void handleClick_data()
-    {
-        QTest::addColumn<QString>("entry");
-        QTest::addColumn<QStringList>("expected");
-
-        const QString reaction = u"reaction click home s1"_s;
-        const QString clicked = u"clicked hero"_s;
-        QTest::newRow("https link")
-            << u"hero:s1|https://img.example/1.png|https://shop.example/sale"_s
-            << QStringList { reaction, clicked, u"open https://shop.example/sale"_s };
-        QTest::newRow("no link still reports and tells the host")
-            << u"hero:s1"_s << QStringList { reaction, clicked };
-        QTest::newRow("empty link opens nothing")
-            << u"hero:s1|https://img.example/1.png|"_s << QStringList { reaction, clicked };
-        QTest::newRow("app scheme goes to the error handler")
-            << u"hero:s1|https://img.example/1.png|myapp://sale"_s
-            << QStringList { reaction, clicked,
-                             u"error hero Unsupported URL scheme: myapp://sale"_s };
-        QTest::newRow("unknown component does nothing") << u"footer:s1"_s << QStringList {};
-    }
-
-    void handleClick()
-    {
-        QFETCH(QString, entry);
-
+        QFETCH(QString, ops);
         QStringList log;
         UrlRecorder opener;
         opener.log = &log;
-        QDesktopServices::setUrlHandler(u"https"_s, &opener, "open");
-        QDesktopServices::setUrlHandler(u"myapp"_s, &opener, "open");
-        auto unset = qScopeGuard([] {
-            QDesktopServices::unsetUrlHandler(u"https"_s);
-            QDesktopServices::unsetUrlHandler(u"myapp"_s);
+        // Catch-all handlers too, so that a link opened by mistake is seen, not launched.
+        const QStringList schemes
+            = { u"http"_s, u"https"_s, u"https-app"_s, u"myapp"_s, u"file"_s };
+        for (const QString &scheme : schemes)
+            QDesktopServices::setUrlHandler(scheme, &opener, "open");
+        auto unset = qScopeGuard([&] {
+            for (const QString &scheme : schemes)
+                QDesktopServices::unsetUrlHandler(scheme);
         });
 
         EmbeddedBannerStore store;
         store.setReactionHandler(
             [&](EventsReactionType type, const QString &screen, const QString &scenario) {
-                log.append(u"reaction "_s + rawValue(type) + u' ' + screen + u' ' + scenario);
+                log.append(rawValue(type) + u' ' + screen + u' ' + scenario);
             });
         store.setMessageClickedHandler([&](const InAppMessage &message) {
             log.append(u"clicked "_s + message.componentId());
         });
         store.setMessageErrorHandler(
             [&](const std::optional<InAppMessage> &message, const VelmoraError &error) {
-                log.append(u"error "_s + (message ? message->componentId() : u"-"_s) + u' '
-                           + error.message());
+                QCOMPARE(error.kind(), VelmoraError::Kind::Precondition);
+                log << u"error "_s + message->componentId() + u' ' + error.message();
             });
-        store.apply({ update(entry) });
-        store.handleClick(u"hero"_s);
-        QTEST(log, "expected");
+        for (const QString &op : ops.split(u", "_s)) {
+            const QStringList words = op.split(u' ');
+            if (words[0] == u"apply")
+                store.apply(updates(words.mid(1).join(u' ')));
+            else if (words[0] == u"open")
+                store.sendOpenReactionIfNeeded(words[1], words[2]);
+            else if (words[0] == u"click")
+                store.handleClick(words[1]);
+            else if (words[0] == u"silent")
+                store.setMessageErrorHandler({});
+            else
+                store.clearAll(u"home"_s, nullptr);
+        }
+        QTEST(log.join(u", "_s), "expected");
     }
 };
 
