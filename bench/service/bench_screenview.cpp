@@ -32,7 +32,9 @@ namespace {
 
 struct NullModalPresenter final : PopupModalPresenterType
 {
-    void present(const QString &, const QString &, const PopupModalAction &, ReactionHandler) override { }
+    void present(const QString &, const QString &, const PopupModalAction &,
+                 ReactionHandler) override
+    { }
     void setOnClicked(MessageHandler) override { }
     void setOnDismissed(MessageHandler) override { }
     void setOnError(MessageErrorHandler) override { }
@@ -50,25 +52,30 @@ struct NullBannerPresenter final : PopupBannerPresenterType
 struct CountingDelegate final : VelmoraInAppMessagingDelegate
 {
     void messageDetectedForDisplay(const InAppMessage &) override { ++detected; }
-    void messageError(const std::optional<InAppMessage> &, const VelmoraError &) override { ++errors; }
+    void messageError(const std::optional<InAppMessage> &, const VelmoraError &) override
+    {
+        ++errors;
+    }
     int detected = 0;
     int errors = 0;
 };
 
 QByteArray twentyActions()
 {
-    static const char *types[] = { "popup_modal", "popup_banner", "embedded_banner", "popup_banner" };
+    static const char *types[]
+        = { "popup_modal", "popup_banner", "embedded_banner", "popup_banner" };
     static const char *positions[] = { "top", "bottom", "center", "top_left", "bottom_right" };
     QByteArray json = R"({"status": "ok", "actions": [)";
     for (int i = 0; i < 20; ++i) {
         const QByteArray n = QByteArray::number(i);
         json += (i ? "," : "") + QByteArray(R"({"meta": {"scenario_id": "s-)") + n
-                + R"(", "updated_at": "2026-04-0)" + QByteArray::number(1 + i % 9)
-                + R"(T09:30:00.250+09:00", "priority": )" + QByteArray::number(i % 5)
-                + R"(, "action_type": ")" + types[i % 4] + R"("}, "creative": {"image": {"url": "https://cdn.example.com/)"
-                + n + R"(.png"}, "title": {"text": "Title"}, "body": {"text": "Body"}},)"
-                + R"( "layout": {"location": ")" + positions[i % 5] + R"(", "component_id": "slot-)"
-                + QByteArray::number(i % 3) + R"("}})";
+            + R"(", "updated_at": "2026-04-0)" + QByteArray::number(1 + i % 9)
+            + R"(T09:30:00.250+09:00", "priority": )" + QByteArray::number(i % 5)
+            + R"(, "action_type": ")" + types[i % 4]
+            + R"("}, "creative": {"image": {"url": "https://cdn.example.com/)" + n
+            + R"(.png"}, "title": {"text": "Title"}, "body": {"text": "Body"}},)"
+            + R"( "layout": {"location": ")" + positions[i % 5] + R"(", "component_id": "slot-)"
+            + QByteArray::number(i % 3) + R"("}})";
     }
     return json + "]}";
 }
@@ -93,11 +100,12 @@ int main(int argc, char *argv[])
     auto config = std::make_shared<SDKConfiguration>();
     config->setup(u"key"_s, u"tenant"_s, u"http://127.0.0.1:9/vorpex/v1"_s);
     auto repository = std::make_shared<UserIdentityRepository>(
-            SDKUserDefaults(std::make_shared<SettingsUserDefaults>(dir.filePath(u"p.ini"_s))));
+        SDKUserDefaults(std::make_shared<SettingsUserDefaults>(dir.filePath(u"p.ini"_s))));
     EmbeddedBannerStore embedded;
     PopupBannerStore popups;
     MessageDisplayCoordinator coordinator(std::make_unique<NullModalPresenter>(),
-                                          std::make_unique<NullBannerPresenter>(), &embedded, &popups);
+                                          std::make_unique<NullBannerPresenter>(), &embedded,
+                                          &popups);
     MessageService service(config, repository, &coordinator);
     CountingDelegate delegate;
     service.setDelegate(&delegate);
@@ -113,15 +121,15 @@ int main(int argc, char *argv[])
         QElapsedTimer timer;
         qint64 displayReturned = 0;
         service.fetchCore(
-                u"home"_s,
-                [&](std::function<void(MessageService::FetchResult)> done) -> CancelFunction {
-                    arrive = std::move(done);
-                    return {};
-                },
-                [&](const QList<InAppMessageAction> &sorted, const QString &name) {
-                    coordinator.displayMessage(sorted, name, nullptr, {}, {});
-                    displayReturned = timer.nsecsElapsed();
-                });
+            u"home"_s,
+            [&](std::function<void(MessageService::FetchResult)> done) -> CancelFunction {
+                arrive = std::move(done);
+                return {};
+            },
+            [&](const QList<InAppMessageAction> &sorted, const QString &name) {
+                coordinator.displayMessage(sorted, name, nullptr, {}, {});
+                displayReturned = timer.nsecsElapsed();
+            });
         timer.start();
         arrive(actions);
         const double us = double(displayReturned) / 1000.0;

@@ -55,11 +55,11 @@ template<typename Result>
 void deliverLater(QObject *context, std::function<void(Result)> completion, Result result)
 {
     QMetaObject::invokeMethod(
-            context,
-            [completion = std::move(completion), result = std::move(result)]() mutable {
-                completion(std::move(result));
-            },
-            Qt::QueuedConnection);
+        context,
+        [completion = std::move(completion), result = std::move(result)]() mutable {
+            completion(std::move(result));
+        },
+        Qt::QueuedConnection);
 }
 
 } // namespace
@@ -86,7 +86,7 @@ VelmoraError toVelmoraError(const APIFailure &failure)
     if (const auto *error = std::get_if<VelmoraError>(&failure))
         return *error;
     return VelmoraError::networkError(
-            UnderlyingError::decoding(std::get<DecodingError>(failure).description));
+        UnderlyingError::decoding(std::get<DecodingError>(failure).description));
 }
 
 bool isCancellation(const VelmoraError &error)
@@ -103,8 +103,7 @@ bool isCancellation(const APIFailure &failure)
 
 APICall::APICall(QObject *parent)
     : QObject(parent)
-{
-}
+{ }
 
 void APICall::cancel()
 {
@@ -146,47 +145,45 @@ APICall *APIClient::viewEvents(const EventsViewRequest &request, const QString &
                                const RequestHeaders &headers, ViewEventsCompletion completion)
 {
     return send(
-            EventsViewRequest::path(), request.encode(), request.describe(), apiHost, headers,
-            [completion = std::move(completion)](APICall *call, Expected<Exchange, APIFailure> result) {
-                if (!result) {
-                    completion(result.error());
-                    call->deleteLater();
-                    return;
-                }
-                // Decoding a large answer must not stall the GUI thread; the watcher belongs to
-                // the call, so a client destroyed meanwhile drops the result quietly.
-                auto *watcher = new QFutureWatcher<Expected<APIResponse, DecodingError>>(call);
-                QObject::connect(watcher, &QFutureWatcherBase::finished, call,
-                                 [watcher, completion, headers = result.value().headers, call] {
-                                     const auto decoded = watcher->result();
-                                     if (decoded)
-                                         completion(ViewEventsReply { decoded.value(), headers });
-                                     else
-                                         completion(APIFailure(decoded.error()));
-                                     call->deleteLater();
-                                 });
-                watcher->setFuture(QtConcurrent::run(decodeAPIResponse, result.value().body));
-            });
+        EventsViewRequest::path(), request.encode(), request.describe(), apiHost, headers,
+        [completion = std::move(completion)](APICall *call, Expected<Exchange, APIFailure> result) {
+            if (!result) {
+                completion(result.error());
+                call->deleteLater();
+                return;
+            }
+            // Decoding a large answer must not stall the GUI thread; the watcher belongs to
+            // the call, so a client destroyed meanwhile drops the result quietly.
+            auto *watcher = new QFutureWatcher<Expected<APIResponse, DecodingError>>(call);
+            QObject::connect(watcher, &QFutureWatcherBase::finished, call,
+                             [watcher, completion, headers = result.value().headers, call] {
+                                 const auto decoded = watcher->result();
+                                 if (decoded)
+                                     completion(ViewEventsReply { decoded.value(), headers });
+                                 else
+                                     completion(APIFailure(decoded.error()));
+                                 call->deleteLater();
+                             });
+            watcher->setFuture(QtConcurrent::run(decodeAPIResponse, result.value().body));
+        });
 }
 
 APICall *APIClient::reactionEvents(const EventsReactionRequest &request, const QString &apiHost,
                                    const RequestHeaders &headers,
                                    ReactionEventsCompletion completion)
 {
-    return send(EventsReactionRequest::path(), request.encode(), request.describe(), apiHost,
-                headers,
-                [completion = std::move(completion)](APICall *call,
-                                                     Expected<Exchange, APIFailure> result) {
-                    if (result) {
-                        qCDebug(lcVelmoraNetwork).noquote()
-                                << u"reactionEvents response: "_s
-                                        + QString::number(result.value().body.size()) + u" bytes"_s;
-                        completion(result.value().headers);
-                    } else {
-                        completion(result.error());
-                    }
-                    call->deleteLater();
-                });
+    return send(
+        EventsReactionRequest::path(), request.encode(), request.describe(), apiHost, headers,
+        [completion = std::move(completion)](APICall *call, Expected<Exchange, APIFailure> result) {
+            if (result) {
+                qCDebug(lcVelmoraNetwork).noquote() << u"reactionEvents response: "_s
+                        + QString::number(result.value().body.size()) + u" bytes"_s;
+                completion(result.value().headers);
+            } else {
+                completion(result.error());
+            }
+            call->deleteLater();
+        });
 }
 
 APICall *APIClient::send(const QString &path, const EncodedBody &body, const QString &description,
@@ -196,8 +193,8 @@ APICall *APIClient::send(const QString &path, const EncodedBody &body, const QSt
     auto *call = new APICall(this);
     const auto fail = [&](const VelmoraError &error) {
         deliverLater<Expected<Exchange, APIFailure>>(
-                call, [call, completion](Expected<Exchange, APIFailure> r) { completion(call, r); },
-                APIFailure(error));
+            call, [call, completion](Expected<Exchange, APIFailure> r) { completion(call, r); },
+            APIFailure(error));
         return call;
     };
 
@@ -206,8 +203,8 @@ APICall *APIClient::send(const QString &path, const EncodedBody &body, const QSt
     const QUrl url(urlText, QUrl::StrictMode);
     if (!url.isValid()) {
         return fail(VelmoraError::precondition(
-                u"Failed to build a valid URL from apiHost + path: \""_s + urlText
-                + u"\". Check the apiHost passed to VelmoraInAppMessaging::shared().setup()."_s));
+            u"Failed to build a valid URL from apiHost + path: \""_s + urlText
+            + u"\". Check the apiHost passed to VelmoraInAppMessaging::shared().setup()."_s));
     }
     if (!body) {
         return fail(VelmoraError::precondition(u"Failed to encode request data for "_s + description
@@ -220,7 +217,8 @@ APICall *APIClient::send(const QString &path, const EncodedBody &body, const QSt
         // A null value would make Qt drop the header, but an empty tenant or key must still be
         // sent, so the value is always a non-null array.
         if (value)
-            request.setRawHeader(name.toUtf8(), value->isEmpty() ? QByteArray("") : value->toUtf8());
+            request.setRawHeader(name.toUtf8(),
+                                 value->isEmpty() ? QByteArray("") : value->toUtf8());
     }
     QNetworkReply *reply = m_manager->post(request, body.value());
     reply->setParent(call);
@@ -253,8 +251,8 @@ void APIClient::finishExchange(APICall *call, QNetworkReply *reply,
 
     const auto deliver = [call, completion](Expected<Exchange, APIFailure> result) {
         deliverLater<Expected<Exchange, APIFailure>>(
-                call, [call, completion](Expected<Exchange, APIFailure> r) { completion(call, r); },
-                std::move(result));
+            call, [call, completion](Expected<Exchange, APIFailure> r) { completion(call, r); },
+            std::move(result));
     };
 
     const QNetworkReply::NetworkError code = reply->error();
@@ -264,20 +262,20 @@ void APIClient::finishExchange(APICall *call, QNetworkReply *reply,
     if (code == QNetworkReply::OperationCanceledError && !call->m_cancelled) {
         // Either our end-to-end deadline or Qt's idle limit fired: both are time-outs, not
         // cancellations, so callers do not mistake them for a superseded request.
-        deliver(APIFailure(VelmoraError::networkError(UnderlyingError::network(
-                QNetworkReply::TimeoutError, u"The request timed out."_s))));
+        deliver(APIFailure(VelmoraError::networkError(
+            UnderlyingError::network(QNetworkReply::TimeoutError, u"The request timed out."_s))));
         return;
     }
     if (isTransportFailure(code) || (code != QNetworkReply::NoError && !status.isValid())) {
-        deliver(APIFailure(VelmoraError::networkError(
-                UnderlyingError::network(code, reply->errorString()))));
+        deliver(APIFailure(
+            VelmoraError::networkError(UnderlyingError::network(code, reply->errorString()))));
         return;
     }
     if (!status.isValid()) {
         deliver(APIFailure(VelmoraError::precondition(
-                u"URLSession returned a non-HTTP response for "_s + reply->url().toString()
-                + u". This indicates an unexpected URLSession configuration rather than a "_s
-                  u"retryable network condition."_s)));
+            u"URLSession returned a non-HTTP response for "_s + reply->url().toString()
+            + u". This indicates an unexpected URLSession configuration rather than a "_s
+              u"retryable network condition."_s)));
         return;
     }
     const int statusCode = status.toInt();

@@ -43,10 +43,9 @@ qint64 AppEventsMeta::currentTimestamp()
 namespace {
 QString describeMeta(const AppEventsMeta &meta)
 {
-    return u"meta: {customer_id: "_s + meta.customerId.value_or(u"nil"_s)
-        + u", strict_login: "_s + (meta.strictLogin ? u"true"_s : u"false"_s)
-        + u", screen_name: "_s + meta.screenName + u", timestamp: "_s
-        + QString::number(meta.timestamp) + u'}';
+    return u"meta: {customer_id: "_s + meta.customerId.value_or(u"nil"_s) + u", strict_login: "_s
+        + (meta.strictLogin ? u"true"_s : u"false"_s) + u", screen_name: "_s + meta.screenName
+        + u", timestamp: "_s + QString::number(meta.timestamp) + u'}';
 }
 } // namespace
 
@@ -70,8 +69,8 @@ QString EventsViewRequest::describe() const
     QStringList keys;
     for (const ViewEventCustomParam &param : custom)
         keys.append(param.key);
-    return u"EventsViewRequest("_s + describeMeta(meta) + u", custom keys: ["_s
-        + keys.join(u", "_s) + u"])"_s;
+    return u"EventsViewRequest("_s + describeMeta(meta) + u", custom keys: ["_s + keys.join(u", "_s)
+        + u"])"_s;
 }
 
 EncodedBody EventsReactionRequest::encode() const
@@ -86,8 +85,8 @@ EncodedBody EventsReactionRequest::encode() const
 
 QString EventsReactionRequest::describe() const
 {
-    return u"EventsReactionRequest("_s + describeMeta(meta) + u", reaction: "_s
-        + rawValue(reaction) + u", scenario_id: "_s + scenarioId + u')';
+    return u"EventsReactionRequest("_s + describeMeta(meta) + u", reaction: "_s + rawValue(reaction)
+        + u", scenario_id: "_s + scenarioId + u')';
 }
 
 } // namespace velmora

@@ -48,10 +48,10 @@ SingleMessageCreative decodeCreative(const JsonReader &reader)
     if (const auto body = reader.optionalObject(u"body"))
         creative.body = decodeText(*body);
     if (const auto button = reader.optionalObject(u"button")) {
-        creative.button = ButtonContent { button->requiredString(u"text"),
-                                          button->optionalString(u"link_url"),
-                                          button->optionalString(u"text_color"),
-                                          button->optionalString(u"background_color") };
+        creative.button
+            = ButtonContent { button->requiredString(u"text"), button->optionalString(u"link_url"),
+                              button->optionalString(u"text_color"),
+                              button->optionalString(u"background_color") };
     }
     creative.backgroundColor = reader.optionalString(u"background_color");
     return creative;
@@ -76,8 +76,10 @@ ContentsLength decodeLength(const JsonReader &reader)
 
 Margin decodeMargin(const JsonReader &reader)
 {
-    return { reader.optionalDouble(u"top").value_or(0), reader.optionalDouble(u"bottom").value_or(0),
-             reader.optionalDouble(u"left").value_or(0), reader.optionalDouble(u"right").value_or(0) };
+    return { reader.optionalDouble(u"top").value_or(0),
+             reader.optionalDouble(u"bottom").value_or(0),
+             reader.optionalDouble(u"left").value_or(0),
+             reader.optionalDouble(u"right").value_or(0) };
 }
 
 PopupBannerAction decodePopupBanner(const JsonReader &action, SingleMessageCreative creative)
@@ -126,7 +128,8 @@ InAppMessageAction decodeAction(const QJsonValue &value, const QString &path)
         result.contents = InAppMessage::fromPopupModal(PopupModalAction { creative });
     } else if (type == u"popup_banner") {
         SingleMessageCreative creative = decodeCreative(action.requiredObject(u"creative"));
-        result.contents = InAppMessage::fromPopupBanner(decodePopupBanner(action, std::move(creative)));
+        result.contents
+            = InAppMessage::fromPopupBanner(decodePopupBanner(action, std::move(creative)));
     } else if (type == u"embedded_banner") {
         EmbeddedBannerAction embedded;
         embedded.creative = decodeCreative(action.requiredObject(u"creative"));
@@ -149,8 +152,9 @@ QDateTime detail::parseUpdatedDate(const QString &updatedAt)
         return *date;
     if (auto date = parseInternetDateTime(updatedAt, FractionalSeconds::Forbidden))
         return *date;
-    printWarning(u"Failed to parse updated_at as ISO8601; falling back to the current time. updatedAt=\""_s
-                 + leftGraphemes(updatedAt, 200) + u'"');
+    printWarning(
+        u"Failed to parse updated_at as ISO8601; falling back to the current time. updatedAt=\""_s
+        + leftGraphemes(updatedAt, 200) + u'"');
     return QDateTime::currentDateTimeUtc();
 }
 

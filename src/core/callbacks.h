@@ -17,7 +17,7 @@ using ReactionHandler = std::function<void(EventsReactionType type, const QStrin
 /// The host's clicked and dismissed callbacks.
 using MessageHandler = std::function<void(const InAppMessage &message)>;
 /// The host's error callback; the message is absent when the failure is not tied to one.
-using MessageErrorHandler =
-        std::function<void(const std::optional<InAppMessage> &message, const VelmoraError &error)>;
+using MessageErrorHandler
+    = std::function<void(const std::optional<InAppMessage> &message, const VelmoraError &error)>;
 
 } // namespace velmora

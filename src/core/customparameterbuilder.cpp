@@ -10,7 +10,8 @@ CustomParameterBuilder::buildBlock(std::initializer_list<CustomParameterEntry> e
     return buildBlock(QList<CustomParameterEntry>(entries));
 }
 
-QList<CustomParameterEntry> CustomParameterBuilder::buildBlock(const QList<CustomParameterEntry> &entries)
+QList<CustomParameterEntry>
+CustomParameterBuilder::buildBlock(const QList<CustomParameterEntry> &entries)
 {
     QList<CustomParameterEntry> result;
     QHash<QString, qsizetype> positions;

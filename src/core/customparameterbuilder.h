@@ -23,7 +23,8 @@ class VELMORA_EXPORT CustomParameterBuilder
 public:
     /// A repeated key keeps its first position and takes the last value; keys are compared
     /// exactly, so "Plan" and "plan" are two entries.
-    static QList<CustomParameterEntry> buildBlock(std::initializer_list<CustomParameterEntry> entries);
+    static QList<CustomParameterEntry>
+    buildBlock(std::initializer_list<CustomParameterEntry> entries);
     static QList<CustomParameterEntry> buildBlock(const QList<CustomParameterEntry> &entries);
 };
 

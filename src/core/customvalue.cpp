@@ -52,8 +52,7 @@ std::optional<List> asArray(const QJsonValue &json,
     return result;
 }
 
-template<typename List>
-QJsonArray toArray(const List &list)
+template<typename List> QJsonArray toArray(const List &list)
 {
     QJsonArray array;
     for (const auto &item : list)
@@ -66,26 +65,28 @@ QJsonArray toArray(const List &list)
 std::optional<QJsonValue> CustomValue::toJson() const
 {
     return std::visit(
-            [](const auto &v) -> std::optional<QJsonValue> {
-                using V = std::decay_t<decltype(v)>;
-                if constexpr (std::is_same_v<V, double>) {
-                    if (!std::isfinite(v))
+        [](const auto &v) -> std::optional<QJsonValue> {
+            using V = std::decay_t<decltype(v)>;
+            if constexpr (std::is_same_v<V, double>) {
+                if (!std::isfinite(v))
+                    return std::nullopt;
+                return QJsonValue(v);
+            } else if constexpr (std::is_same_v<V, QList<double>>) {
+                for (double d : v) {
+                    if (!std::isfinite(d))
                         return std::nullopt;
-                    return QJsonValue(v);
-                } else if constexpr (std::is_same_v<V, QList<double>>) {
-                    for (double d : v) {
-                        if (!std::isfinite(d))
-                            return std::nullopt;
-                    }
-                    return toArray(v);
-                } else if constexpr (std::is_same_v<V, QStringList> || std::is_same_v<V, QList<qint64>>
-                                     || std::is_same_v<V, QList<bool>>) {
-                    return toArray(v);
-                } else {
-                    return QJsonValue(v);
                 }
-            },
-            value);
+                return toArray(v);
+            } else if constexpr (
+                std::is_same_v<
+                    V,
+                    QStringList> || std::is_same_v<V, QList<qint64>> || std::is_same_v<V, QList<bool>>) {
+                return toArray(v);
+            } else {
+                return QJsonValue(v);
+            }
+        },
+        value);
 }
 
 std::optional<CustomValue> CustomValue::fromJson(const QJsonValue &json, QString *error)

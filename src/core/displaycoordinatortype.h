@@ -49,10 +49,12 @@ public:
     /// Shows sorted actions on a Widgets target; the anchors, when set, bound the banner area.
     virtual void displayMessage(const QList<InAppMessageAction> &actions, const QString &screenName,
                                 QWidget *target, const VerticalAnchor &topAnchor,
-                                const VerticalAnchor &bottomAnchor) = 0;
+                                const VerticalAnchor &bottomAnchor)
+        = 0;
     /// Shows sorted actions on a QML screen (no target widget).
     virtual void displayMessageForQuick(const QList<InAppMessageAction> &actions,
-                                        const QString &screenName) = 0;
+                                        const QString &screenName)
+        = 0;
 };
 
 } // namespace velmora

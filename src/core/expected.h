@@ -8,14 +8,21 @@ namespace velmora {
 
 /// A value or the reason there is none; what C++23 calls std::expected, reduced to what the
 /// library needs.
-template<typename T, typename E>
-class Expected
+template<typename T, typename E> class Expected
 {
 public:
-    Expected(const T &value) : m_data(std::in_place_index<0>, value) { }
-    Expected(T &&value) : m_data(std::in_place_index<0>, std::move(value)) { }
-    Expected(const E &error) : m_data(std::in_place_index<1>, error) { }
-    Expected(E &&error) : m_data(std::in_place_index<1>, std::move(error)) { }
+    Expected(const T &value)
+        : m_data(std::in_place_index<0>, value)
+    { }
+    Expected(T &&value)
+        : m_data(std::in_place_index<0>, std::move(value))
+    { }
+    Expected(const E &error)
+        : m_data(std::in_place_index<1>, error)
+    { }
+    Expected(E &&error)
+        : m_data(std::in_place_index<1>, std::move(error))
+    { }
 
     bool hasValue() const { return m_data.index() == 0; }
     explicit operator bool() const { return hasValue(); }

@@ -15,8 +15,8 @@ QString HTTPSRedirectGuardDelegate::rawScheme(QStringView urlText)
         const QChar c = urlText[i];
         if (c == u':')
             return i > 0 ? urlText.left(i).toString() : QString();
-        const bool allowed = isAsciiAlpha(c)
-            || (i > 0 && (c.isDigit() || c == u'+' || c == u'-' || c == u'.'));
+        const bool allowed
+            = isAsciiAlpha(c) || (i > 0 && (c.isDigit() || c == u'+' || c == u'-' || c == u'.'));
         if (!allowed || c.unicode() > 0x7f)
             return {};
     }

@@ -17,8 +17,7 @@ struct InAppMessage::Data
 
 InAppMessage::InAppMessage()
     : d(std::make_shared<const Data>(Data { QString() }))
-{
-}
+{ }
 
 InAppMessage InAppMessage::fromPopupModal(const PopupModalAction &action)
 {

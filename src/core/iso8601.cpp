@@ -1,6 +1,5 @@
 #include "iso8601.h"
 
-
 namespace velmora::detail {
 
 namespace {
@@ -8,7 +7,9 @@ namespace {
 class Scanner
 {
 public:
-    explicit Scanner(QStringView text) : m_text(text) { }
+    explicit Scanner(QStringView text)
+        : m_text(text)
+    { }
 
     bool atEnd() const { return m_pos == m_text.size(); }
     bool peek(char16_t c) const { return !atEnd() && m_text[m_pos] == c; }

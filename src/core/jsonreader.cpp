@@ -1,6 +1,5 @@
 #include "jsonreader.h"
 
-
 using namespace Qt::StringLiterals;
 
 namespace velmora::detail {
@@ -9,8 +8,9 @@ JsonReader::JsonReader(const QJsonValue &value, QString path)
     : m_path(std::move(path))
 {
     if (!value.isObject()) {
-        throw DecodingFailure(u"expected an object at "_s + (m_path.isEmpty() ? u"top level"_s : m_path)
-                              + u", found "_s + typeName(value));
+        throw DecodingFailure(u"expected an object at "_s
+                              + (m_path.isEmpty() ? u"top level"_s : m_path) + u", found "_s
+                              + typeName(value));
     }
     m_object = value.toObject();
 }

@@ -14,7 +14,9 @@ namespace velmora::detail {
 class DecodingFailure : public std::exception
 {
 public:
-    explicit DecodingFailure(QString description) : m_description(std::move(description)) { }
+    explicit DecodingFailure(QString description)
+        : m_description(std::move(description))
+    { }
     const QString &description() const { return m_description; }
     const char *what() const noexcept override { return "velmora decoding failure"; }
 

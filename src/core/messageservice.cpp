@@ -22,8 +22,7 @@ MessageService::MessageService(std::shared_ptr<SDKConfiguration> config,
     , m_client(new APIClient(this))
     , m_sleeper(defaultSleeper())
     , m_backgroundTasks(std::make_shared<QtBackgroundTaskProvider>())
-{
-}
+{ }
 
 MessageService::~MessageService()
 {
@@ -86,11 +85,11 @@ RequestHeaders MessageService::buildHeaders() const
 void MessageService::setupReactionHandler()
 {
     QPointer<MessageService> self(this);
-    const ReactionHandler handler = [self](EventsReactionType type, const QString &screenName,
-                                           const QString &scenarioId) {
-        if (self)
-            self->sendReaction(type, screenName, scenarioId);
-    };
+    const ReactionHandler handler
+        = [self](EventsReactionType type, const QString &screenName, const QString &scenarioId) {
+              if (self)
+                  self->sendReaction(type, screenName, scenarioId);
+          };
     if (m_coordinator)
         m_coordinator->setReactionHandler(handler);
     if (m_reactionHandlerSink)
@@ -114,10 +113,10 @@ void MessageService::fetchCore(const QString &screenName, FetchStep fetch, Displ
 
     if (m_pendingScreenStartCount < 1) {
         detail::printWarning(
-                u"fetchCore(screenName: \""_s + screenName
-                + u"\") was called without a preceding startNewScreen(). Call startNewScreen() "_s
-                  u"synchronously before invoking fetchCore, or the previous screen's embedded "_s
-                  u"banner cache may flash."_s);
+            u"fetchCore(screenName: \""_s + screenName
+            + u"\") was called without a preceding startNewScreen(). Call startNewScreen() "_s
+              u"synchronously before invoking fetchCore, or the previous screen's embedded "_s
+              u"banner cache may flash."_s);
     } else {
         --m_pendingScreenStartCount;
     }
@@ -127,28 +126,29 @@ void MessageService::fetchCore(const QString &screenName, FetchStep fetch, Displ
     if (m_config->invalidAPIHost) {
         const QString host = *m_config->invalidAPIHost;
         qCDebug(lcVelmoraService).noquote()
-                << u"Error fetchCore(screenName:fetch:display:): apiHost is invalid: \""_s + host + u"\"."_s;
+            << u"Error fetchCore(screenName:fetch:display:): apiHost is invalid: \""_s + host
+                + u"\"."_s;
         m_coordinator->finishLoading();
         if (m_delegate) {
-            m_delegate->messageError(std::nullopt,
-                                     VelmoraError::precondition(
-                                             u"apiHost is invalid: \""_s + host
-                                             + u"\". Call VelmoraInAppMessaging::shared().setup() "_s
-                                               u"with a valid http or https apiHost."_s));
+            m_delegate->messageError(
+                std::nullopt,
+                VelmoraError::precondition(u"apiHost is invalid: \""_s + host
+                                           + u"\". Call VelmoraInAppMessaging::shared().setup() "_s
+                                             u"with a valid http or https apiHost."_s));
         }
         done();
         return;
     }
     if (!m_config->apiKey || !m_config->tenantId) {
         qCDebug(lcVelmoraService).noquote()
-                << u"Error fetchCore(screenName:fetch:display:): SDK is not configured. Call setup() first."_s;
+            << u"Error fetchCore(screenName:fetch:display:): SDK is not configured. Call setup() first."_s;
         m_coordinator->finishLoading();
         if (m_delegate) {
             m_delegate->messageError(
-                    std::nullopt,
-                    VelmoraError::precondition(u"SDK is not configured. Call "_s
-                                               u"VelmoraInAppMessaging::shared().setup() before "_s
-                                               u"fetching messages."_s));
+                std::nullopt,
+                VelmoraError::precondition(u"SDK is not configured. Call "_s
+                                           u"VelmoraInAppMessaging::shared().setup() before "_s
+                                           u"fetching messages."_s));
         }
         done();
         return;
@@ -196,7 +196,8 @@ void MessageService::handleFetchError(const APIFailure &failure, quint64 generat
     const bool current = generation == m_fetchGeneration;
     if (isCancellation(failure)) {
         qCDebug(lcVelmoraService).noquote()
-                << u"Fetch cancelled handleFetchError(_:generation:screenName:): screenName="_s + screenName;
+            << u"Fetch cancelled handleFetchError(_:generation:screenName:): screenName="_s
+                + screenName;
         if (current)
             m_coordinator->finishLoading();
         return;
@@ -205,7 +206,7 @@ void MessageService::handleFetchError(const APIFailure &failure, quint64 generat
         return; // a superseded failure is neither logged nor reported
     const VelmoraError error = toVelmoraError(failure);
     qCDebug(lcVelmoraService).noquote()
-            << u"Error handleFetchError(_:generation:screenName:): "_s + error.description();
+        << u"Error handleFetchError(_:generation:screenName:): "_s + error.description();
     m_coordinator->finishLoading();
     if (m_delegate)
         m_delegate->messageError(std::nullopt, error);
@@ -216,24 +217,25 @@ MessageService::viewEventsFetch(const QString &screenName,
                                 const QList<ViewEventCustomParam> &customParameters)
 {
     QPointer<MessageService> self(this);
-    return [self, screenName, customParameters](std::function<void(FetchResult)> done) -> CancelFunction {
+    return [self, screenName,
+            customParameters](std::function<void(FetchResult)> done) -> CancelFunction {
         if (!self) {
             done(QList<InAppMessageAction>());
             return {};
         }
         const EventsViewRequest request { self->makeAppEventsMeta(screenName), customParameters };
         QPointer<APICall> call = self->m_client->viewEvents(
-                request, self->m_config->apiHost, self->buildHeaders(),
-                [self, done](Expected<ViewEventsReply, APIFailure> reply) {
-                    if (!reply) {
-                        done(reply.error());
-                        return;
-                    }
-                    // Saved for every successful answer, also one that turns out superseded.
-                    if (self)
-                        self->m_repository->saveResponseHeaders(reply.value().headers);
-                    done(std::move(reply).value().response.actions);
-                });
+            request, self->m_config->apiHost, self->buildHeaders(),
+            [self, done](Expected<ViewEventsReply, APIFailure> reply) {
+                if (!reply) {
+                    done(reply.error());
+                    return;
+                }
+                // Saved for every successful answer, also one that turns out superseded.
+                if (self)
+                    self->m_repository->saveResponseHeaders(reply.value().headers);
+                done(std::move(reply).value().response.actions);
+            });
         return [call] {
             if (call)
                 call->cancel();
@@ -242,22 +244,23 @@ MessageService::viewEventsFetch(const QString &screenName,
 }
 
 void MessageService::fetchMessages(const QString &screenName, const WidgetRef &target,
-                                   const VerticalAnchor &topAnchor, const VerticalAnchor &bottomAnchor,
+                                   const VerticalAnchor &topAnchor,
+                                   const VerticalAnchor &bottomAnchor,
                                    const QList<ViewEventCustomParam> &customParameters,
                                    std::function<void()> finished)
 {
     QPointer<MessageService> self(this);
     fetchCore(
-            screenName, viewEventsFetch(screenName, customParameters),
-            [self, target, topAnchor, bottomAnchor](const QList<InAppMessageAction> &actions,
-                                                    const QString &name) {
-                // The target may be gone by the time the answer arrives; the coordinator gets
-                // null then.
-                if (self && self->m_coordinator)
-                    self->m_coordinator->displayMessage(actions, name, target.get(), topAnchor,
-                                                        bottomAnchor);
-            },
-            std::move(finished));
+        screenName, viewEventsFetch(screenName, customParameters),
+        [self, target, topAnchor, bottomAnchor](const QList<InAppMessageAction> &actions,
+                                                const QString &name) {
+            // The target may be gone by the time the answer arrives; the coordinator gets
+            // null then.
+            if (self && self->m_coordinator)
+                self->m_coordinator->displayMessage(actions, name, target.get(), topAnchor,
+                                                    bottomAnchor);
+        },
+        std::move(finished));
 }
 
 void MessageService::fetchMessagesForQuick(const QString &screenName,
@@ -266,12 +269,12 @@ void MessageService::fetchMessagesForQuick(const QString &screenName,
 {
     QPointer<MessageService> self(this);
     fetchCore(
-            screenName, viewEventsFetch(screenName, customParameters),
-            [self](const QList<InAppMessageAction> &actions, const QString &name) {
-                if (self && self->m_coordinator)
-                    self->m_coordinator->displayMessageForQuick(actions, name);
-            },
-            std::move(finished));
+        screenName, viewEventsFetch(screenName, customParameters),
+        [self](const QList<InAppMessageAction> &actions, const QString &name) {
+            if (self && self->m_coordinator)
+                self->m_coordinator->displayMessageForQuick(actions, name);
+        },
+        std::move(finished));
 }
 
 void MessageService::sendReaction(EventsReactionType type, const QString &screenName,
@@ -286,8 +289,9 @@ void MessageService::sendReaction(EventsReactionType type, const QString &screen
     const auto box = ReactionBackgroundTask::begin(m_backgroundTasks);
 
     QPointer<APIClient> client(m_client);
-    ReactionSendRunner::Send send = [client, request, apiHost, headers](
-                                            std::function<void(ReactionSendRunner::Result)> done) -> CancelFunction {
+    ReactionSendRunner::Send send
+        = [client, request, apiHost,
+           headers](std::function<void(ReactionSendRunner::Result)> done) -> CancelFunction {
         if (!client) {
             done(APIFailure(VelmoraError::networkError(UnderlyingError::cancellation())));
             return {};
@@ -302,32 +306,32 @@ void MessageService::sendReaction(EventsReactionType type, const QString &screen
     QPointer<MessageService> self(this);
     const QString kind = rawValue(type);
     const auto runner = ReactionSendRunner::run(
-            std::move(send), m_sleeper,
-            [self, box, kind, type, scenarioId](ReactionSendRunner::Result result) {
-                if (result) {
-                    if (self)
-                        self->m_repository->saveResponseHeaders(result.value());
-                    qCDebug(lcVelmoraService).noquote()
-                            << u"Send reaction success: type="_s + kind + u" scenarioId="_s + scenarioId;
-                    box->end();
-                    if (self)
-                        Q_EMIT self->reactionFinished(type, scenarioId, ReactionOutcome::Delivered);
-                    return;
-                }
-                if (ReactionRetryPolicy::isCancellation(result.error())) {
-                    box->end();
-                    if (self)
-                        Q_EMIT self->reactionFinished(type, scenarioId, ReactionOutcome::Cancelled);
-                    return;
-                }
+        std::move(send), m_sleeper,
+        [self, box, kind, type, scenarioId](ReactionSendRunner::Result result) {
+            if (result) {
+                if (self)
+                    self->m_repository->saveResponseHeaders(result.value());
                 qCDebug(lcVelmoraService).noquote()
-                        << u"Send reaction error: type="_s + kind + u" scenarioId="_s + scenarioId
-                                + u" error="_s + toVelmoraError(result.error()).description();
+                    << u"Send reaction success: type="_s + kind + u" scenarioId="_s + scenarioId;
                 box->end();
                 if (self)
-                    Q_EMIT self->reactionFinished(type, scenarioId, ReactionOutcome::GivenUp);
-            },
-            this);
+                    Q_EMIT self->reactionFinished(type, scenarioId, ReactionOutcome::Delivered);
+                return;
+            }
+            if (ReactionRetryPolicy::isCancellation(result.error())) {
+                box->end();
+                if (self)
+                    Q_EMIT self->reactionFinished(type, scenarioId, ReactionOutcome::Cancelled);
+                return;
+            }
+            qCDebug(lcVelmoraService).noquote() << u"Send reaction error: type="_s + kind
+                    + u" scenarioId="_s + scenarioId + u" error="_s
+                    + toVelmoraError(result.error()).description();
+            box->end();
+            if (self)
+                Q_EMIT self->reactionFinished(type, scenarioId, ReactionOutcome::GivenUp);
+        },
+        this);
 
     QPointer<ReactionSendRunner> weakRunner = runner;
     box->setOnExpiration([weakRunner] {

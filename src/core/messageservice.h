@@ -32,8 +32,8 @@ public:
     using FetchResult = Expected<QList<InAppMessageAction>, APIFailure>;
     /// Starts the request and returns how to cancel it.
     using FetchStep = std::function<CancelFunction(std::function<void(FetchResult)> done)>;
-    using DisplayStep = std::function<void(const QList<InAppMessageAction> &actions,
-                                           const QString &screenName)>;
+    using DisplayStep
+        = std::function<void(const QList<InAppMessageAction> &actions, const QString &screenName)>;
 
     MessageService(std::shared_ptr<SDKConfiguration> config,
                    std::shared_ptr<UserIdentityRepository> repository,
@@ -62,8 +62,7 @@ public:
                    std::function<void()> finished = {});
     /// A Widgets screen: the answer is displayed on `target`.
     void fetchMessages(const QString &screenName, const WidgetRef &target,
-                       const VerticalAnchor &topAnchor,
-                       const VerticalAnchor &bottomAnchor,
+                       const VerticalAnchor &topAnchor, const VerticalAnchor &bottomAnchor,
                        const QList<ViewEventCustomParam> &customParameters,
                        std::function<void()> finished = {});
     /// A QML screen: the answer goes to the stores.
@@ -72,7 +71,8 @@ public:
                                std::function<void()> finished = {});
 
     /// Returns at once; the send, its retries and waits happen later. Failures are only logged.
-    void sendReaction(EventsReactionType type, const QString &screenName, const QString &scenarioId);
+    void sendReaction(EventsReactionType type, const QString &screenName,
+                      const QString &scenarioId);
 
     AppEventsMeta makeAppEventsMeta(const QString &screenName) const;
     RequestHeaders buildHeaders() const;

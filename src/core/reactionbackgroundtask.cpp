@@ -29,7 +29,8 @@ void runOnGuiThread(std::function<void()> fn)
     if (onGuiThread() || !QCoreApplication::instance())
         fn();
     else
-        QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(fn), Qt::QueuedConnection);
+        QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(fn),
+                                  Qt::QueuedConnection);
 }
 
 // A locker only matters where closing the last window would quit the application. Without a
@@ -97,8 +98,8 @@ QtBackgroundTaskProvider::~QtBackgroundTaskProvider()
     QObject::disconnect(d->aboutToQuit);
 }
 
-BackgroundTaskProvider::TaskId QtBackgroundTaskProvider::begin(const QString &name,
-                                                               std::function<void()> expirationHandler)
+BackgroundTaskProvider::TaskId
+QtBackgroundTaskProvider::begin(const QString &name, std::function<void()> expirationHandler)
 {
     Q_ASSERT(onGuiThread());
     const TaskId id = d->nextId++;
@@ -112,7 +113,8 @@ BackgroundTaskProvider::TaskId QtBackgroundTaskProvider::begin(const QString &na
                      [this, id] { d->expire(id); });
     task->deadline->start(d->deadline);
     d->tasks.insert(id, task);
-    qCDebug(lcVelmoraService).noquote() << u"background task "_s + QString::number(id) + u" begun: "_s + name;
+    qCDebug(lcVelmoraService).noquote()
+        << u"background task "_s + QString::number(id) + u" begun: "_s + name;
     return id;
 }
 
@@ -130,8 +132,7 @@ ExpirationBox::ExpirationBox(std::shared_ptr<BackgroundTaskProvider> provider,
                              BackgroundTaskProvider::TaskId id)
     : m_provider(std::move(provider))
     , m_id(id)
-{
-}
+{ }
 
 void ExpirationBox::end()
 {
@@ -173,16 +174,17 @@ bool ExpirationBox::isEnded() const
     return m_ended;
 }
 
-std::shared_ptr<ExpirationBox> ReactionBackgroundTask::begin(
-        const std::shared_ptr<BackgroundTaskProvider> &provider)
+std::shared_ptr<ExpirationBox>
+ReactionBackgroundTask::begin(const std::shared_ptr<BackgroundTaskProvider> &provider)
 {
     // The handler reaches the box through a slot that is filled only after begin() returns the
     // identifier, so an expiry that raced ahead finds it empty and does nothing.
     auto slot = std::make_shared<std::weak_ptr<ExpirationBox>>();
-    const auto id = provider ? provider->begin(u"VelmoraReactionSend"_s, [slot] {
-        if (const auto box = slot->lock())
-            box->expire();
-    })
+    const auto id = provider ? provider->begin(u"VelmoraReactionSend"_s,
+                                               [slot] {
+                                                   if (const auto box = slot->lock())
+                                                       box->expire();
+                                               })
                              : BackgroundTaskProvider::invalidTask;
     auto box = std::make_shared<ExpirationBox>(provider, id);
     *slot = box;

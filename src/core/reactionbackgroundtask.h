@@ -31,7 +31,8 @@ public:
 class QtBackgroundTaskProvider final : public BackgroundTaskProvider
 {
 public:
-    explicit QtBackgroundTaskProvider(std::chrono::milliseconds deadline = std::chrono::seconds(30));
+    explicit QtBackgroundTaskProvider(std::chrono::milliseconds deadline
+                                      = std::chrono::seconds(30));
     ~QtBackgroundTaskProvider() override;
 
     TaskId begin(const QString &name, std::function<void()> expirationHandler) override;
@@ -50,7 +51,8 @@ private:
 class ExpirationBox
 {
 public:
-    ExpirationBox(std::shared_ptr<BackgroundTaskProvider> provider, BackgroundTaskProvider::TaskId id);
+    ExpirationBox(std::shared_ptr<BackgroundTaskProvider> provider,
+                  BackgroundTaskProvider::TaskId id);
 
     void end();
     /// What expiry does before the task ends: cancel the send.

@@ -40,7 +40,8 @@ std::optional<ReactionRetryPolicy::RetryCategory> classifyError(const VelmoraErr
     case VelmoraError::Kind::ServerError:
         return ReactionRetryPolicy::RetryCategory::ServerError;
     case VelmoraError::Kind::NetworkError:
-        return error.underlyingError() ? classifyUnderlying(*error.underlyingError()) : std::nullopt;
+        return error.underlyingError() ? classifyUnderlying(*error.underlyingError())
+                                       : std::nullopt;
     case VelmoraError::Kind::Precondition:
     case VelmoraError::Kind::ClientError:
         return std::nullopt;
@@ -61,7 +62,8 @@ QList<std::chrono::milliseconds> ReactionRetryPolicy::waits(RetryCategory catego
     return {};
 }
 
-std::optional<ReactionRetryPolicy::RetryCategory> ReactionRetryPolicy::classify(const APIFailure &failure)
+std::optional<ReactionRetryPolicy::RetryCategory>
+ReactionRetryPolicy::classify(const APIFailure &failure)
 {
     if (const auto *error = std::get_if<VelmoraError>(&failure))
         return classifyError(*error);
@@ -100,13 +102,13 @@ ReactionSendRunner::ReactionSendRunner(Send send, Sleeper sleep, std::function<v
     , m_send(std::move(send))
     , m_sleep(std::move(sleep))
     , m_done(std::move(done))
-{
-}
+{ }
 
-QPointer<ReactionSendRunner> ReactionSendRunner::run(Send send, Sleeper sleep,
-                                                     std::function<void(Result)> done, QObject *parent)
+QPointer<ReactionSendRunner>
+ReactionSendRunner::run(Send send, Sleeper sleep, std::function<void(Result)> done, QObject *parent)
 {
-    auto *runner = new ReactionSendRunner(std::move(send), std::move(sleep), std::move(done), parent);
+    auto *runner
+        = new ReactionSendRunner(std::move(send), std::move(sleep), std::move(done), parent);
     QPointer<ReactionSendRunner> handle(runner);
     runner->attempt();
     return handle;
@@ -136,8 +138,8 @@ void ReactionSendRunner::onResult(Result result)
         return;
     }
     int &retries = *category == ReactionRetryPolicy::RetryCategory::ConnectionFailure
-            ? m_connectionRetries
-            : m_serverRetries;
+        ? m_connectionRetries
+        : m_serverRetries;
     const auto waits = ReactionRetryPolicy::waits(*category);
     if (retries >= waits.size()) {
         finish(std::move(result));

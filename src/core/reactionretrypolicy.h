@@ -34,8 +34,8 @@ using CancelFunction = std::function<void()>;
 
 /// The wait between attempts; tests replace it so retries run instantly. `wake` runs on the
 /// caller's thread once the duration has passed, unless the returned function cancelled it.
-using Sleeper = std::function<CancelFunction(std::chrono::milliseconds duration,
-                                             std::function<void()> wake)>;
+using Sleeper
+    = std::function<CancelFunction(std::chrono::milliseconds duration, std::function<void()> wake)>;
 /// A timer on the calling thread's event loop.
 Sleeper defaultSleeper();
 
@@ -51,8 +51,8 @@ public:
 
     /// Starts at once; `done` runs exactly once, with the first success, the last failure, or
     /// a cancellation. The runner deletes itself afterwards.
-    static QPointer<ReactionSendRunner> run(Send send, Sleeper sleep, std::function<void(Result)> done,
-                                            QObject *parent = nullptr);
+    static QPointer<ReactionSendRunner>
+    run(Send send, Sleeper sleep, std::function<void(Result)> done, QObject *parent = nullptr);
 
     /// Stops the send or the wait in progress; `done` then reports a cancellation.
     void cancel();

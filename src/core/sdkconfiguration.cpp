@@ -15,8 +15,7 @@ QString SDKConfiguration::defaultAPIHost()
 
 SDKConfiguration::SDKConfiguration(DeviceInfo deviceInfo)
     : m_deviceInfo(std::move(deviceInfo))
-{
-}
+{ }
 
 bool SDKConfiguration::isValidAPIHost(const QString &host)
 {

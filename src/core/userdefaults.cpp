@@ -8,13 +8,11 @@ namespace velmora {
 
 SettingsUserDefaults::SettingsUserDefaults()
     : m_settings(std::make_unique<QSettings>())
-{
-}
+{ }
 
 SettingsUserDefaults::SettingsUserDefaults(const QString &path)
     : m_settings(std::make_unique<QSettings>(path, QSettings::IniFormat))
-{
-}
+{ }
 
 SettingsUserDefaults::~SettingsUserDefaults() = default;
 
@@ -37,8 +35,7 @@ void SettingsUserDefaults::set(const std::optional<QString> &value, const QStrin
 
 SDKUserDefaults::SDKUserDefaults(std::shared_ptr<UserDefaultsType> defaults)
     : m_defaults(std::move(defaults))
-{
-}
+{ }
 
 QString SDKUserDefaults::fullKey(Key key)
 {

@@ -6,8 +6,7 @@ namespace velmora {
 
 UserIdentityRepository::UserIdentityRepository(SDKUserDefaults userDefaults)
     : m_userDefaults(std::move(userDefaults))
-{
-}
+{ }
 
 void UserIdentityRepository::saveResponseHeaders(const QHash<QString, QString> &headers)
 {

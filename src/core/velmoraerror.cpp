@@ -44,8 +44,10 @@ QString UnderlyingError::description() const
 {
     switch (m_domain) {
     case Domain::Network: {
-        const char *key = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(int(m_code));
-        const QString code = key ? QString::fromLatin1(key) : u"NetworkError "_s + QString::number(int(m_code));
+        const char *key
+            = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(int(m_code));
+        const QString code
+            = key ? QString::fromLatin1(key) : u"NetworkError "_s + QString::number(int(m_code));
         return m_description.isEmpty() ? code : code + u": "_s + m_description;
     }
     case Domain::Decoding:
@@ -94,9 +96,8 @@ VelmoraError VelmoraError::networkError(const UnderlyingError &underlying)
 
 QString VelmoraError::description() const
 {
-    const auto status = [this] {
-        return m_statusCode ? QString::number(*m_statusCode) : u"no status"_s;
-    };
+    const auto status
+        = [this] { return m_statusCode ? QString::number(*m_statusCode) : u"no status"_s; };
     switch (m_kind) {
     case Kind::Precondition:
         return u"precondition: "_s + m_message;

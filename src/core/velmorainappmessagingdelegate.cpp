@@ -12,7 +12,6 @@ void VelmoraInAppMessagingDelegate::messageDetectedForDisplay(const InAppMessage
 
 void VelmoraInAppMessagingDelegate::messageError(const std::optional<InAppMessage> &,
                                                  const VelmoraError &)
-{
-}
+{ }
 
 } // namespace velmora

@@ -28,7 +28,8 @@ public:
     /// A message arrived for the current screen and is about to be displayed.
     virtual void messageDetectedForDisplay(const InAppMessage &message);
     /// Something failed; `message` is absent when the failure is not tied to one message.
-    virtual void messageError(const std::optional<InAppMessage> &message, const VelmoraError &error);
+    virtual void messageError(const std::optional<InAppMessage> &message,
+                              const VelmoraError &error);
 };
 
 } // namespace velmora

@@ -16,8 +16,7 @@ struct WidgetRef
     WidgetRef(QWidget *widget, QObject *sameWidgetAsObject)
         : m_widget(widget)
         , m_guard(sameWidgetAsObject)
-    {
-    }
+    { }
 
     /// The widget, or null once it has been destroyed.
     QWidget *get() const { return m_guard ? m_widget : nullptr; }

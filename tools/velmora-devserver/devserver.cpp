@@ -23,10 +23,10 @@ namespace {
 
 using test::Response;
 
-const QByteArray VisitorHeader = QByteArrayLiteral("x-vorpex-visitor-id");
-const QByteArray CustomerHeader = QByteArrayLiteral("x-vorpex-customer-id");
-const QString BasePlaceholder = u"{{base}}"_s;
-const QString DefaultCampaign = u"default"_s;
+constexpr QByteArrayView VisitorHeader("x-vorpex-visitor-id");
+constexpr QByteArrayView CustomerHeader("x-vorpex-customer-id");
+constexpr auto BasePlaceholder = "{{base}}"_L1;
+constexpr auto DefaultCampaign = "default"_L1;
 constexpr int CertificateDays = 365;
 // Regenerating a day early keeps a certificate from expiring in the middle of a session.
 constexpr qint64 CertificateMarginSecs = 24 * 60 * 60;
@@ -94,9 +94,13 @@ std::optional<test::TestCertificate> usableCertificate(const QString &dir)
 
 struct DevServer::Exchange
 {
+    explicit Exchange(const test::RecordedRequest &request)
+        : request(request)
+        , path(QUrl::fromPercentEncoding(request.path().toUtf8()))
+    { }
+
     const test::RecordedRequest &request;
-    bool secure = false;
-    QString path;
+    QString path; // percent-decoded
     // Name/value pairs for the log line, then bare words such as "injected".
     QList<std::pair<QString, QString>> fields;
     QStringList tags;
@@ -115,10 +119,10 @@ DevServer::DevServer(Options options, QObject *parent)
     , m_options(std::move(options))
 {
     m_options.basePath = normalizedBasePath(m_options.basePath);
-    if (m_options.seed)
-        m_random.seed(*m_options.seed);
-    else
-        m_random = QRandomGenerator::securelySeeded();
+    // Always a known seed, shown at start, so that a run can be repeated with --seed.
+    if (!m_options.seed)
+        m_options.seed = QRandomGenerator::global()->generate();
+    m_random.seed(*m_options.seed);
 }
 
 DevServer::~DevServer() = default;
@@ -158,12 +162,6 @@ bool DevServer::start(QString *errorMessage)
     if (!m_https->listen(test::TestHttpServer::Mode::Https, m_options.httpsPort))
         return fail(u"cannot listen on 127.0.0.1 port "_s + QString::number(m_options.httpsPort)
                     + u" (HTTPS)"_s);
-
-    // Shown at start so a run with random choices can be repeated with --seed.
-    if (!m_options.seed && m_options.failure.isEnabled()) {
-        m_options.seed = m_random.generate();
-        m_random.seed(*m_options.seed);
-    }
     return true;
 }
 
@@ -227,7 +225,7 @@ QStringList DevServer::startupBanner() const
             + (!f.only                         ? u"API"_s
                    : *f.only == Endpoint::View ? u"view"_s
                                                : u"reaction"_s)
-            + u" requests (seed "_s + QString::number(m_options.seed.value_or(0)) + u')';
+            + u" requests (seed "_s + QString::number(*m_options.seed) + u')';
     }
     return {
         u"campaigns: "_s + m_options.campaignsDir + u" (screens: "_s
@@ -247,8 +245,7 @@ QStringList DevServer::startupBanner() const
 
 Response DevServer::handle(const test::RecordedRequest &request, bool secure)
 {
-    Exchange exchange { request, secure, QUrl::fromPercentEncoding(request.path().toUtf8()),
-                        {},      {},     {} };
+    Exchange exchange(request);
     const QString &base = m_options.basePath;
     Response response;
     if (exchange.path == base + u"/app_events/view"_s) {
@@ -280,7 +277,8 @@ bool DevServer::shouldFail(Endpoint endpoint)
     const FailureInjection &failure = m_options.failure;
     if (!failure.covers(endpoint))
         return false;
-    // Drawn even at 0 and 1, so a seed picks the same requests whatever the fraction.
+    // One draw per eligible request, also at 0 and 1, so that the choices depend only on
+    // the seed and the order of requests.
     return m_random.generateDouble() < failure.fraction;
 }
 
@@ -342,15 +340,15 @@ Response DevServer::handleApi(Exchange &exchange, Endpoint endpoint)
     if (response.status / 100 == 2)
         applyIdentity(exchange, meta);
     if (!exchange.visitorId.isEmpty())
-        response.header(VisitorHeader, exchange.visitorId.toUtf8());
+        response.header(VisitorHeader.toByteArray(), exchange.visitorId.toUtf8());
     if (const QJsonValue customer = meta.value(u"customer_id"_s);
         response.status / 100 == 2 && customer.isString()) {
         response.header(
-            CustomerHeader,
+            CustomerHeader.toByteArray(),
             QCryptographicHash::hash(customer.toString().toUtf8(), QCryptographicHash::Sha256)
                 .toHex());
     } else if (response.status / 100 == 2 && request.hasHeader(CustomerHeader)) {
-        response.header(CustomerHeader, request.header(CustomerHeader));
+        response.header(CustomerHeader.toByteArray(), request.header(CustomerHeader));
     }
     return response;
 }

@@ -71,7 +71,8 @@ void lintColour(QStringList &findings, const QString &field, const std::optional
                         + hint + u"; the default colour is used"_s);
         return;
     }
-    const qsizetype digits = text->size() - ((text->startsWith(u'+') || text->startsWith(u'-')) ? 1 : 0);
+    const qsizetype digits
+        = text->size() - ((text->startsWith(u'+') || text->startsWith(u'-')) ? 1 : 0);
     if (digits != 6) {
         const QColor colour = *hexColor(*text);
         findings.append(field + u": colour "_s + quoted + u" is not six hex digits and shows as "_s
@@ -88,7 +89,8 @@ void lintLink(QStringList &findings, const QString &field, const std::optional<Q
     case LinkDecision::Kind::Open:
         return;
     case LinkDecision::Kind::InvalidURL:
-        findings.append(field + u": \""_s + *link + u"\" is not a valid URL; tapping reports an error"_s);
+        findings.append(field + u": \""_s + *link
+                        + u"\" is not a valid URL; tapping reports an error"_s);
         return;
     case LinkDecision::Kind::UnsupportedScheme:
         findings.append(field + u": \""_s + *link
@@ -129,7 +131,8 @@ QStringList lintAction(const InAppMessageAction &action)
 
     const auto type = action.contents.type();
     if (type != InAppMessage::Type::PopupModal && !creative->isDisplayable()) {
-        findings.append(u"creative has no image URL, title text or body text; it is not displayed"_s);
+        findings.append(
+            u"creative has no image URL, title text or body text; it is not displayed"_s);
     }
     if (type == InAppMessage::Type::EmbeddedBanner && action.contents.componentId().isEmpty())
         findings.append(u"layout.component_id is empty; the banner matches no embedded slot"_s);

@@ -37,8 +37,8 @@ int runResponse(const QStringList &args)
 }
 
 const bool registered = registerCommand(
-        { u"response"_s, u"response FILE    decode a view-event response as the library does"_s,
-          runResponse });
+    { u"response"_s, u"response FILE    decode a view-event response as the library does"_s,
+      runResponse });
 
 } // namespace
 

@@ -6,11 +6,11 @@
 #include "displaycoordinatortype.h"
 #include "embeddedbannerstore.h"
 #include "messagedisplaycoordinator.h"
+#include "messageservice.h"
+#include "popupbanneraction.h"
 #include "popupbannerpresentertype.h"
 #include "popupbannerstore.h"
 #include "popupmodalpresentertype.h"
-#include "messageservice.h"
-#include "popupbanneraction.h"
 #include "sdkconfiguration.h"
 #include "useridentityrepository.h"
 #include "velmorainappmessagingdelegate.h"
@@ -38,7 +38,9 @@ namespace {
 class PrintingModalPresenter final : public PopupModalPresenterType
 {
 public:
-    explicit PrintingModalPresenter(QSet<QString> *shown) : m_shown(shown) { }
+    explicit PrintingModalPresenter(QSet<QString> *shown)
+        : m_shown(shown)
+    { }
     void present(const QString &, const QString &scenarioId, const PopupModalAction &,
                  ReactionHandler) override
     {
@@ -56,11 +58,14 @@ private:
 class PrintingBannerPresenter final : public PopupBannerPresenterType
 {
 public:
-    explicit PrintingBannerPresenter(QSet<QString> *shown) : m_shown(shown) { }
+    explicit PrintingBannerPresenter(QSet<QString> *shown)
+        : m_shown(shown)
+    { }
     void present(const PopupBannerRequest &request) override
     {
         m_shown->insert(u"popup_banner/"_s + request.scenarioId);
-        printOut(u"banner: "_s + request.scenarioId + u" at "_s + rawValue(request.content.position));
+        printOut(u"banner: "_s + request.scenarioId + u" at "_s
+                 + rawValue(request.content.position));
     }
     void dismissAll() override { }
     void setOnClicked(MessageHandler) override { }
@@ -77,8 +82,7 @@ public:
     PrintingCoordinator()
         : m_coordinator(std::make_unique<PrintingModalPresenter>(&m_shown),
                         std::make_unique<PrintingBannerPresenter>(&m_shown), &m_embedded, &m_popups)
-    {
-    }
+    { }
 
     VelmoraInAppMessagingDelegate *delegate() const override { return m_coordinator.delegate(); }
     void setDelegate(VelmoraInAppMessagingDelegate *delegate) override
@@ -97,7 +101,8 @@ public:
     }
     void finishLoading() override { m_coordinator.finishLoading(); }
     void displayMessage(const QList<InAppMessageAction> &actions, const QString &screenName,
-                        QWidget *target, const VerticalAnchor &top, const VerticalAnchor &bottom) override
+                        QWidget *target, const VerticalAnchor &top,
+                        const VerticalAnchor &bottom) override
     {
         m_coordinator.displayMessage(actions, screenName, target, top, bottom);
         collect(actions);
@@ -154,8 +159,8 @@ std::optional<CustomParameterEntry> parseParam(const QString &text, QString *err
     const QString value = text.mid(colon + 1);
     const bool isArray = type.endsWith(u"[]"_s);
     const QString base = isArray ? type.chopped(2) : type;
-    const QStringList items = isArray ? (value.isEmpty() ? QStringList() : value.split(u','))
-                                      : QStringList { value };
+    const QStringList items
+        = isArray ? (value.isEmpty() ? QStringList() : value.split(u',')) : QStringList { value };
 
     QStringList strings;
     QList<qint64> integers;
@@ -175,7 +180,7 @@ std::optional<CustomParameterEntry> parseParam(const QString &text, QString *err
             bools.append(b == u"true");
         } else {
             *error = u"unknown type \""_s + type
-                    + u"\" (string, integer, double, bool, or one of them followed by [])"_s;
+                + u"\" (string, integer, double, bool, or one of them followed by [])"_s;
             return std::nullopt;
         }
         if (!ok) {
@@ -206,16 +211,16 @@ struct ServiceRun
     ServiceRun()
     {
         parser.addOptions({
-                { u"api-host"_s, u"The API host, as passed to setup()."_s, u"URL"_s },
-                { u"api-key"_s, u"The API key."_s, u"KEY"_s },
-                { u"tenant"_s, u"The tenant id."_s, u"TENANT"_s },
-                { u"screen"_s, u"The screen name."_s, u"NAME"_s },
-                { u"customer-id"_s, u"The host's customer id."_s, u"ID"_s },
-                { u"strict-login"_s, u"Set the strict-login flag."_s },
-                { u"state"_s, u"Folder for the preference store (keeps the visitor id across runs)."_s,
-                  u"DIR"_s },
-                { u"ca-file"_s, u"Also trust the CA certificates in this PEM file."_s, u"FILE"_s },
-                { u"verbose"_s, u"Show the library's debug diagnostics."_s },
+            { u"api-host"_s, u"The API host, as passed to setup()."_s, u"URL"_s },
+            { u"api-key"_s, u"The API key."_s, u"KEY"_s },
+            { u"tenant"_s, u"The tenant id."_s, u"TENANT"_s },
+            { u"screen"_s, u"The screen name."_s, u"NAME"_s },
+            { u"customer-id"_s, u"The host's customer id."_s, u"ID"_s },
+            { u"strict-login"_s, u"Set the strict-login flag."_s },
+            { u"state"_s, u"Folder for the preference store (keeps the visitor id across runs)."_s,
+              u"DIR"_s },
+            { u"ca-file"_s, u"Also trust the CA certificates in this PEM file."_s, u"FILE"_s },
+            { u"verbose"_s, u"Show the library's debug diagnostics."_s },
         });
     }
 
@@ -245,15 +250,17 @@ struct ServiceRun
             QSslConfiguration::setDefaultConfiguration(ssl);
         }
 
-        const QString stateDir = parser.isSet(u"state"_s) ? parser.value(u"state"_s) : scratch.path();
+        const QString stateDir
+            = parser.isSet(u"state"_s) ? parser.value(u"state"_s) : scratch.path();
         if (!QDir().mkpath(stateDir)) {
             printErr(u"cannot create "_s + stateDir);
             return Unreadable;
         }
         repository = std::make_shared<UserIdentityRepository>(SDKUserDefaults(
-                std::make_shared<SettingsUserDefaults>(QDir(stateDir).filePath(u"preferences.ini"_s))));
+            std::make_shared<SettingsUserDefaults>(QDir(stateDir).filePath(u"preferences.ini"_s))));
         config = std::make_shared<SDKConfiguration>();
-        config->setup(parser.value(u"api-key"_s), parser.value(u"tenant"_s), parser.value(u"api-host"_s));
+        config->setup(parser.value(u"api-key"_s), parser.value(u"tenant"_s),
+                      parser.value(u"api-host"_s));
         if (parser.isSet(u"customer-id"_s))
             config->customerId = parser.value(u"customer-id"_s);
         config->isStrictLogin = parser.isSet(u"strict-login"_s);
@@ -266,10 +273,12 @@ struct ServiceRun
 int runFetch(const QStringList &args)
 {
     ServiceRun run;
-    run.parser.addOption({ u"param"_s, u"A custom parameter, KEY=TYPE:VALUE; TYPE is string, integer, "_s
-                                       u"double, bool, or one of them with [] (comma-separated)."_s,
+    run.parser.addOption({ u"param"_s,
+                           u"A custom parameter, KEY=TYPE:VALUE; TYPE is string, integer, "_s
+                           u"double, bool, or one of them with [] (comma-separated)."_s,
                            u"PARAM"_s });
-    if (const auto status = run.parse(args, { u"api-host"_s, u"api-key"_s, u"tenant"_s, u"screen"_s }))
+    if (const auto status
+        = run.parse(args, { u"api-host"_s, u"api-key"_s, u"tenant"_s, u"screen"_s }))
         return *status;
 
     QList<CustomParameterEntry> entries;
@@ -308,13 +317,15 @@ int runReact(const QStringList &args)
     ServiceRun run;
     run.parser.addOptions({ { u"scenario"_s, u"The scenario id reacted to."_s, u"ID"_s },
                             { u"type"_s, u"open, click or close."_s, u"TYPE"_s } });
-    if (const auto status = run.parse(args, { u"api-host"_s, u"api-key"_s, u"tenant"_s, u"screen"_s,
-                                              u"scenario"_s, u"type"_s }))
+    if (const auto status = run.parse(
+            args,
+            { u"api-host"_s, u"api-key"_s, u"tenant"_s, u"screen"_s, u"scenario"_s, u"type"_s }))
         return *status;
 
     const QString typeText = run.parser.value(u"type"_s);
     std::optional<EventsReactionType> type;
-    for (auto candidate : { EventsReactionType::Open, EventsReactionType::Click, EventsReactionType::Close }) {
+    for (auto candidate :
+         { EventsReactionType::Open, EventsReactionType::Click, EventsReactionType::Close }) {
         if (rawValue(candidate) == typeText)
             type = candidate;
     }
@@ -329,17 +340,20 @@ int runReact(const QStringList &args)
 
     // Show the waits between attempts; the retry policy itself is the library's.
     const Sleeper sleeper = defaultSleeper();
-    run.service->setSleeper([sleeper](std::chrono::milliseconds duration, std::function<void()> wake) {
-        printOut(u"retrying in "_s + QString::number(duration.count()) + u" ms"_s);
-        return sleeper(duration, std::move(wake));
-    });
+    run.service->setSleeper(
+        [sleeper](std::chrono::milliseconds duration, std::function<void()> wake) {
+            printOut(u"retrying in "_s + QString::number(duration.count()) + u" ms"_s);
+            return sleeper(duration, std::move(wake));
+        });
     MessageService::ReactionOutcome outcome = MessageService::ReactionOutcome::GivenUp;
-    QObject::connect(run.service.get(), &MessageService::reactionFinished, run.service.get(),
-                     [&](EventsReactionType, const QString &, MessageService::ReactionOutcome result) {
-                         outcome = result;
-                         QCoreApplication::exit(0);
-                     });
-    run.service->sendReaction(*type, run.parser.value(u"screen"_s), run.parser.value(u"scenario"_s));
+    QObject::connect(
+        run.service.get(), &MessageService::reactionFinished, run.service.get(),
+        [&](EventsReactionType, const QString &, MessageService::ReactionOutcome result) {
+            outcome = result;
+            QCoreApplication::exit(0);
+        });
+    run.service->sendReaction(*type, run.parser.value(u"screen"_s),
+                              run.parser.value(u"scenario"_s));
     QCoreApplication::exec();
 
     switch (outcome) {
@@ -357,15 +371,15 @@ int runReact(const QStringList &args)
 }
 
 const bool fetchRegistered = registerCommand(
-        { u"fetch"_s,
-          u"fetch --api-host URL --api-key K --tenant T --screen NAME [--customer-id ID] "_s
-          u"[--strict-login] [--param KEY=TYPE:VALUE ...] [--state DIR] [--ca-file PEM]"_s,
-          runFetch });
+    { u"fetch"_s,
+      u"fetch --api-host URL --api-key K --tenant T --screen NAME [--customer-id ID] "_s
+      u"[--strict-login] [--param KEY=TYPE:VALUE ...] [--state DIR] [--ca-file PEM]"_s,
+      runFetch });
 const bool reactRegistered = registerCommand(
-        { u"react"_s,
-          u"react --api-host URL --api-key K --tenant T --screen NAME --scenario ID "_s
-          u"--type open|click|close [--customer-id ID] [--strict-login] [--state DIR]"_s,
-          runReact });
+    { u"react"_s,
+      u"react --api-host URL --api-key K --tenant T --screen NAME --scenario ID "_s
+      u"--type open|click|close [--customer-id ID] [--strict-login] [--state DIR]"_s,
+      runReact });
 
 } // namespace
 

@@ -27,8 +27,7 @@ EventsViewRequest viewRequest()
     return { { std::nullopt, false, u"home"_s, 1 }, {} };
 }
 
-template<typename T>
-struct Waiter
+template<typename T> struct Waiter
 {
     std::optional<Expected<T, APIFailure>> result;
     auto completion()
@@ -98,7 +97,8 @@ void tst_APIClient::postsBodyAndHeaders()
     Waiter<ViewEventsReply> waiter;
     EventsViewRequest request { { u"cust"_s, true, u"home"_s, 42 }, { { u"k"_s, { qint64(1) } } } };
     client.viewEvents(request, m_server.baseUrl().toString() + u"/vorpex/v1"_s,
-                      { { u"x-api-key"_s, u"key"_s }, { u"tenant-id"_s, QString() },
+                      { { u"x-api-key"_s, u"key"_s },
+                        { u"tenant-id"_s, QString() },
                         { u"x-vorpex-visitor-id"_s, std::nullopt } },
                       waiter.completion());
     QVERIFY(waiter.wait());
@@ -122,7 +122,7 @@ void tst_APIClient::headerSet()
 {
     QTemporaryDir dir;
     UserIdentityRepository repository(
-            SDKUserDefaults(std::make_shared<SettingsUserDefaults>(dir.filePath(u"s.ini"_s))));
+        SDKUserDefaults(std::make_shared<SettingsUserDefaults>(dir.filePath(u"s.ini"_s))));
     SDKConfiguration config(DeviceInfo { u"12.0.0"_s, u"1.2.3"_s, u"Model X"_s });
 
     const auto names = [](const RequestHeaders &headers) {
@@ -141,12 +141,12 @@ void tst_APIClient::headerSet()
              QStringList({ u"tenant-id="_s, u"x-api-key="_s }) + device);
 
     config.setup(u"k"_s, u"t"_s, u"https://h.example"_s);
-    repository.saveResponseHeaders({ { u"x-vorpex-visitor-id"_s, u"v"_s },
-                                     { u"x-vorpex-customer-id"_s, QString() } });
+    repository.saveResponseHeaders(
+        { { u"x-vorpex-visitor-id"_s, u"v"_s }, { u"x-vorpex-customer-id"_s, QString() } });
     QCOMPARE(names(buildRequestHeaders(config, repository)),
              QStringList({ u"tenant-id=t"_s, u"x-api-key=k"_s, u"x-vorpex-visitor-id=v"_s,
                            u"x-vorpex-customer-id="_s })
-                     + device);
+                 + device);
 }
 
 void tst_APIClient::urlIsPlainConcatenation()
@@ -172,9 +172,10 @@ void tst_APIClient::invalidURL()
     const auto error = velmoraError(waiter.result->error());
     QVERIFY(error);
     QCOMPARE(error->kind(), VelmoraError::Kind::Precondition);
-    QCOMPARE(error->message(),
-             u"Failed to build a valid URL from apiHost + path: \"http://exa mple.com/app_events/view\". "_s
-             u"Check the apiHost passed to VelmoraInAppMessaging::shared().setup()."_s);
+    QCOMPARE(
+        error->message(),
+        u"Failed to build a valid URL from apiHost + path: \"http://exa mple.com/app_events/view\". "_s
+        u"Check the apiHost passed to VelmoraInAppMessaging::shared().setup()."_s);
     QCOMPARE(m_server.requestCount(), 0);
 }
 
@@ -239,9 +240,11 @@ void tst_APIClient::status()
 
 void tst_APIClient::responseHeadersNormalised()
 {
-    const auto headers = APIClient::normalizeHeaders(
-            { { "X-Vorpex-Visitor-ID", "first" }, { "x-vorpex-visitor-id", "second" },
-              { "Content-Type", "application/json" }, { "bad\xff", "v" }, { "x-bad-value", "\xc3\x28" } });
+    const auto headers = APIClient::normalizeHeaders({ { "X-Vorpex-Visitor-ID", "first" },
+                                                       { "x-vorpex-visitor-id", "second" },
+                                                       { "Content-Type", "application/json" },
+                                                       { "bad\xff", "v" },
+                                                       { "x-bad-value", "\xc3\x28" } });
     QCOMPARE(headers.value(u"x-vorpex-visitor-id"_s), u"second"_s);
     QCOMPARE(headers.value(u"content-type"_s), u"application/json"_s);
     QCOMPARE(headers.size(), 2);
@@ -308,8 +311,8 @@ void tst_APIClient::cancellation()
     m_server.setDefaultResponse(Response::hang());
     APIClient client;
     Waiter<ViewEventsReply> waiter;
-    QPointer<APICall> call =
-            client.viewEvents(viewRequest(), m_server.baseUrl().toString(), {}, waiter.completion());
+    QPointer<APICall> call
+        = client.viewEvents(viewRequest(), m_server.baseUrl().toString(), {}, waiter.completion());
     QTRY_COMPARE(m_server.requestCount(), 1);
     call->cancel();
     QVERIFY(!waiter.result); // delivered later, not inside cancel()
@@ -321,8 +324,8 @@ void tst_APIClient::cancellation()
     const VelmoraError cancelled = toVelmoraError(waiter.result->error());
     QVERIFY(isCancellation(VelmoraError::networkError(UnderlyingError::wrapping(cancelled))));
     QVERIFY(isCancellation(VelmoraError::networkError(UnderlyingError::cancellation())));
-    QVERIFY(!isCancellation(VelmoraError::networkError(
-            UnderlyingError::wrapping(VelmoraError::serverError(500)))));
+    QVERIFY(!isCancellation(
+        VelmoraError::networkError(UnderlyingError::wrapping(VelmoraError::serverError(500)))));
 }
 
 void tst_APIClient::connectionRefused()

@@ -58,7 +58,8 @@ void tst_Configuration::validHost()
 void tst_Configuration::setupSequences()
 {
     QStringList warnings;
-    const auto previous = detail::setWarningSink([&](const QString &line) { warnings.append(line); });
+    const auto previous
+        = detail::setWarningSink([&](const QString &line) { warnings.append(line); });
 
     SDKConfiguration config(DeviceInfo { u"12.0.0"_s, u"0.1.0"_s, u"test"_s });
     QVERIFY(!config.isConfigured());
@@ -76,10 +77,11 @@ void tst_Configuration::setupSequences()
     QCOMPARE(config.apiKey, std::optional(u"key1"_s));
     QCOMPARE(config.tenantId, std::optional(u"tenant1"_s));
     QCOMPARE(config.apiHost, u"https://a.example/vorpex/v1"_s);
-    QCOMPARE(warnings,
-             QStringList { u"[VelmoraInAppMessaging][WARNING] setup: apiHost is invalid; the SDK will "_s
-                           u"not be configured. apiHost must be a valid http or https URL, but was "_s
-                           u"\"ftp://b.example\"."_s });
+    QCOMPARE(
+        warnings,
+        QStringList { u"[VelmoraInAppMessaging][WARNING] setup: apiHost is invalid; the SDK will "_s
+                      u"not be configured. apiHost must be a valid http or https URL, but was "_s
+                      u"\"ftp://b.example\"."_s });
 
     config.setup(u"key3"_s, u"tenant3"_s, u"http://c.example"_s);
     QVERIFY(config.isConfigured());
@@ -130,17 +132,17 @@ void tst_Configuration::identityHeaders_data()
     const QString absent = u"<absent>"_s;
     QTest::newRow("nothing") << Headers {} << Headers {} << absent << absent;
     QTest::newRow("mixed case names")
-            << Headers { { u"X-Vorpex-Visitor-ID"_s, u"v1"_s }, { u"X-VORPEX-CUSTOMER-ID"_s, u"c1"_s } }
-            << Headers {} << u"v1"_s << u"c1"_s;
+        << Headers { { u"X-Vorpex-Visitor-ID"_s, u"v1"_s }, { u"X-VORPEX-CUSTOMER-ID"_s, u"c1"_s } }
+        << Headers {} << u"v1"_s << u"c1"_s;
     QTest::newRow("absent keeps the earlier value")
-            << Headers { { u"x-vorpex-visitor-id"_s, u"v1"_s } }
-            << Headers { { u"content-type"_s, u"application/json"_s } } << u"v1"_s << absent;
+        << Headers { { u"x-vorpex-visitor-id"_s, u"v1"_s } }
+        << Headers { { u"content-type"_s, u"application/json"_s } } << u"v1"_s << absent;
     QTest::newRow("later response replaces")
-            << Headers { { u"x-vorpex-visitor-id"_s, u"v1"_s } }
-            << Headers { { u"x-vorpex-visitor-id"_s, u"v2"_s } } << u"v2"_s << absent;
+        << Headers { { u"x-vorpex-visitor-id"_s, u"v1"_s } }
+        << Headers { { u"x-vorpex-visitor-id"_s, u"v2"_s } } << u"v2"_s << absent;
     QTest::newRow("empty value is stored as empty")
-            << Headers { { u"x-vorpex-visitor-id"_s, u"v1"_s } }
-            << Headers { { u"x-vorpex-visitor-id"_s, QString() } } << QString() << absent;
+        << Headers { { u"x-vorpex-visitor-id"_s, u"v1"_s } }
+        << Headers { { u"x-vorpex-visitor-id"_s, QString() } } << QString() << absent;
 }
 
 void tst_Configuration::identityHeaders()
@@ -151,7 +153,8 @@ void tst_Configuration::identityHeaders()
     QFETCH(QString, customer);
 
     const QString file = m_dir.filePath(QString::fromLatin1(QTest::currentDataTag()) + u".ini"_s);
-    UserIdentityRepository repository(SDKUserDefaults(std::make_shared<SettingsUserDefaults>(file)));
+    UserIdentityRepository repository(
+        SDKUserDefaults(std::make_shared<SettingsUserDefaults>(file)));
     repository.saveResponseHeaders(first);
     repository.saveResponseHeaders(second);
     QCOMPARE(repository.visitorId().value_or(u"<absent>"_s), visitor);
@@ -162,11 +165,13 @@ void tst_Configuration::identityPersistsAcrossInstances()
 {
     const QString file = m_dir.filePath(u"persist.ini"_s);
     {
-        UserIdentityRepository repository(SDKUserDefaults(std::make_shared<SettingsUserDefaults>(file)));
+        UserIdentityRepository repository(
+            SDKUserDefaults(std::make_shared<SettingsUserDefaults>(file)));
         repository.saveResponseHeaders({ { u"x-vorpex-visitor-id"_s, u"visitor-42"_s } });
     }
     SettingsUserDefaults reopened(file);
-    QCOMPARE(reopened.string(u"VelmoraInAppMessaging.vorpexVisitorId"_s), std::optional(u"visitor-42"_s));
+    QCOMPARE(reopened.string(u"VelmoraInAppMessaging.vorpexVisitorId"_s),
+             std::optional(u"visitor-42"_s));
     QVERIFY(!reopened.string(u"VelmoraInAppMessaging.vorpexHashedCustomerId"_s));
 }
 

@@ -28,12 +28,16 @@ void tst_ContentsSize::bounds_data()
 
     QTest::newRow("px 1") << qint64(1) << false << QString();
     QTest::newRow("px 999") << qint64(999) << false << QString();
-    QTest::newRow("px 1000") << qint64(1000) << false << u"px length must be between 1 and 999, got 1000"_s;
+    QTest::newRow("px 1000") << qint64(1000) << false
+                             << u"px length must be between 1 and 999, got 1000"_s;
     QTest::newRow("px 0") << qint64(0) << false << u"px length must be between 1 and 999, got 0"_s;
-    QTest::newRow("px -5") << qint64(-5) << false << u"px length must be between 1 and 999, got -5"_s;
+    QTest::newRow("px -5") << qint64(-5) << false
+                           << u"px length must be between 1 and 999, got -5"_s;
     QTest::newRow("% 100") << qint64(100) << true << QString();
-    QTest::newRow("% 101") << qint64(101) << true << u"percentage length must be between 1 and 100, got 101"_s;
-    QTest::newRow("% 0") << qint64(0) << true << u"percentage length must be between 1 and 100, got 0"_s;
+    QTest::newRow("% 101") << qint64(101) << true
+                           << u"percentage length must be between 1 and 100, got 101"_s;
+    QTest::newRow("% 0") << qint64(0) << true
+                         << u"percentage length must be between 1 and 100, got 0"_s;
     QTest::newRow("% huge") << qint64(10000000000) << true
                             << u"percentage length must be between 1 and 100, got 10000000000"_s;
 }
@@ -50,7 +54,8 @@ void tst_ContentsSize::bounds()
 void tst_ContentsSize::boundsFailTheAction()
 {
     QStringList warnings;
-    const auto previous = detail::setWarningSink([&](const QString &line) { warnings.append(line); });
+    const auto previous
+        = detail::setWarningSink([&](const QString &line) { warnings.append(line); });
     const auto decoded = decodeAPIResponse(R"({"actions": [{"meta": {"scenario_id": "s",
         "updated_at": "2024-05-01T09:30:00Z", "action_type": "popup_banner"},
         "creative": {"image": {"url": ""}},
@@ -78,24 +83,27 @@ void tst_ContentsSize::resolve_data()
 
     const QRectF phone(0, 0, 390, 844);
     const QList<double> none { 0, 0, 0, 0 };
-    QTest::newRow("px fits") << phone << QMarginsF() << none << 200 << false << 0 << false << 200.0 << -1.0;
-    QTest::newRow("px clamped by margins")
-            << phone << QMarginsF() << QList<double> { 0, 0, 20, 20 } << 999 << false << 0 << false << 350.0 << -1.0;
+    QTest::newRow("px fits") << phone << QMarginsF() << none << 200 << false << 0 << false << 200.0
+                             << -1.0;
+    QTest::newRow("px clamped by margins") << phone << QMarginsF() << QList<double> { 0, 0, 20, 20 }
+                                           << 999 << false << 0 << false << 350.0 << -1.0;
     QTest::newRow("100% with margins is the space between them")
-            << phone << QMarginsF() << QList<double> { 0, 0, 16, 24 } << 100 << true << 0 << false << 350.0 << -1.0;
+        << phone << QMarginsF() << QList<double> { 0, 0, 16, 24 } << 100 << true << 0 << false
+        << 350.0 << -1.0;
     QTest::newRow("50% of the safe width, not of the space between margins")
-            << phone << QMarginsF(10, 0, 20, 0) << QList<double> { 0, 0, 30, 30 } << 50 << true << 0
-            << false << 180.0 << -1.0;
+        << phone << QMarginsF(10, 0, 20, 0) << QList<double> { 0, 0, 30, 30 } << 50 << true << 0
+        << false << 180.0 << -1.0;
     QTest::newRow("height percent of safe height")
-            << phone << QMarginsF(0, 47, 0, 34) << none << 10 << false << 10 << true << 10.0 << 76.3;
+        << phone << QMarginsF(0, 47, 0, 34) << none << 10 << false << 10 << true << 10.0 << 76.3;
     QTest::newRow("height clamped by vertical margins")
-            << phone << QMarginsF(0, 47, 0, 34) << QList<double> { 400, 400, 0, 0 } << 10 << false << 999
-            << false << 10.0 << 0.0;
+        << phone << QMarginsF(0, 47, 0, 34) << QList<double> { 400, 400, 0, 0 } << 10 << false
+        << 999 << false << 10.0 << 0.0;
     QTest::newRow("margins wider than the screen floor at zero")
-            << phone << QMarginsF() << QList<double> { 0, 0, 300, 300 } << 10 << false << 0 << false << 0.0 << -1.0;
+        << phone << QMarginsF() << QList<double> { 0, 0, 300, 300 } << 10 << false << 0 << false
+        << 0.0 << -1.0;
     QTest::newRow("negative margins widen the space")
-            << QRectF(0, 0, 100, 100) << QMarginsF() << QList<double> { 0, 0, -50, 0 } << 120 << false
-            << 0 << false << 120.0 << -1.0;
+        << QRectF(0, 0, 100, 100) << QMarginsF() << QList<double> { 0, 0, -50, 0 } << 120 << false
+        << 0 << false << 120.0 << -1.0;
 }
 
 void tst_ContentsSize::resolve()
@@ -116,8 +124,8 @@ void tst_ContentsSize::resolve()
     ContentsSize size { { width, unit(widthPercent) }, std::nullopt };
     if (height)
         size.height = ContentsLength { height, unit(heightPercent) };
-    const auto resolved = size.resolve({ bounds, insets },
-                                       Margin { margin[0], margin[1], margin[2], margin[3] });
+    const auto resolved
+        = size.resolve({ bounds, insets }, Margin { margin[0], margin[1], margin[2], margin[3] });
     QCOMPARE(resolved.width, expectedWidth);
     if (expectedHeight < 0) {
         QVERIFY(!resolved.height);

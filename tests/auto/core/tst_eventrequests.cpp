@@ -51,16 +51,16 @@ void tst_EventRequests::viewBody_data()
     QTest::addColumn<QByteArray>("expectedCustom");
 
     QTest::newRow("no customer, no params")
-            << std::optional<QString>() << QList<CustomParameterEntry> {} << QByteArray("[]");
+        << std::optional<QString>() << QList<CustomParameterEntry> {} << QByteArray("[]");
     QTest::newRow("empty customer is sent as empty")
-            << std::optional(QString()) << QList<CustomParameterEntry> {} << QByteArray("[]");
+        << std::optional(QString()) << QList<CustomParameterEntry> {} << QByteArray("[]");
     QTest::newRow("params in order")
-            << std::optional(u"c-1"_s)
-            << QList<CustomParameterEntry> { putString(u"plan"_s, u"gold"_s), putInteger(u"age"_s, 42),
-                                             putBooleanArray(u"flags"_s, {}),
-                                             putDoubleArray(u"scores"_s, { 1.5, -2 }) }
-            << QByteArray(R"([{"key":"plan","value":"gold"},{"key":"age","value":42},)"
-                          R"({"key":"flags","value":[]},{"key":"scores","value":[1.5,-2]}])");
+        << std::optional(u"c-1"_s)
+        << QList<CustomParameterEntry> { putString(u"plan"_s, u"gold"_s), putInteger(u"age"_s, 42),
+                                         putBooleanArray(u"flags"_s, {}),
+                                         putDoubleArray(u"scores"_s, { 1.5, -2 }) }
+        << QByteArray(R"([{"key":"plan","value":"gold"},{"key":"age","value":42},)"
+                      R"({"key":"flags","value":[]},{"key":"scores","value":[1.5,-2]}])");
 }
 
 void tst_EventRequests::viewBody()
@@ -76,8 +76,9 @@ void tst_EventRequests::viewBody()
     const QJsonObject json = parse(body.value());
     QCOMPARE(json.keys(), (QStringList { u"custom"_s, u"meta"_s }));
     const QJsonObject meta = json.value(u"meta").toObject();
-    QCOMPARE(meta.keys(), (QStringList { u"customer_id"_s, u"screen_name"_s, u"strict_login"_s,
-                                         u"timestamp"_s }));
+    QCOMPARE(
+        meta.keys(),
+        (QStringList { u"customer_id"_s, u"screen_name"_s, u"strict_login"_s, u"timestamp"_s }));
     if (customerId)
         QCOMPARE(meta.value(u"customer_id"), QJsonValue(*customerId));
     else
@@ -105,7 +106,8 @@ void tst_EventRequests::reactionBody()
     QFETCH(int, type);
     QFETCH(QString, wire);
     EventsReactionRequest request { { std::nullopt, false, u"cart"_s, 5 },
-                                    EventsReactionType(type), u"scenario-9"_s };
+                                    EventsReactionType(type),
+                                    u"scenario-9"_s };
     QCOMPARE(EventsReactionRequest::path(), u"/app_events/reaction"_s);
     const QJsonObject json = parse(request.encode().value());
     QCOMPARE(json.value(u"reaction"), QJsonValue(wire));
@@ -117,7 +119,8 @@ void tst_EventRequests::reactionBody()
 
 void tst_EventRequests::nonFiniteFailsEncoding()
 {
-    for (double bad : { std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity() }) {
+    for (double bad :
+         { std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity() }) {
         EventsViewRequest single { {}, { putDouble(u"x"_s, bad) } };
         QVERIFY(!single.encode().hasValue());
         EventsViewRequest array { {}, { putDoubleArray(u"x"_s, { 1, bad }) } };
@@ -178,13 +181,16 @@ void tst_EventRequests::customValueRoundTrip_data()
     QTest::addColumn<int>("decodedType");
     using T = CustomValue::Type;
     QTest::newRow("string") << CustomValue { u"é/\"x\""_s } << int(T::String);
-    QTest::newRow("max int64") << CustomValue { std::numeric_limits<qint64>::max() } << int(T::Integer);
-    QTest::newRow("min int64") << CustomValue { std::numeric_limits<qint64>::min() } << int(T::Integer);
+    QTest::newRow("max int64") << CustomValue { std::numeric_limits<qint64>::max() }
+                               << int(T::Integer);
+    QTest::newRow("min int64") << CustomValue { std::numeric_limits<qint64>::min() }
+                               << int(T::Integer);
     QTest::newRow("double 0.1") << CustomValue { 0.1 } << int(T::Double);
     // Deliberate: a whole double comes back as an integer.
     QTest::newRow("double 2.0") << CustomValue { 2.0 } << int(T::Integer);
     QTest::newRow("empty strings") << CustomValue { QStringList {} } << int(T::BoolArray);
-    QTest::newRow("strings") << CustomValue { QStringList { u"a"_s, QString() } } << int(T::StringArray);
+    QTest::newRow("strings") << CustomValue { QStringList { u"a"_s, QString() } }
+                             << int(T::StringArray);
     QTest::newRow("integers") << CustomValue { QList<qint64> { -1, 0, 1 } } << int(T::IntegerArray);
 }
 
@@ -209,21 +215,21 @@ void tst_EventRequests::builderMerges_data()
 
     QTest::newRow("empty") << QList<CustomParameterEntry> {} << QList<CustomParameterEntry> {};
     QTest::newRow("first position, last value")
-            << QList<CustomParameterEntry> { putString(u"plan"_s, u"a"_s), putInteger(u"age"_s, 3),
-                                             putString(u"plan"_s, u"b"_s) }
-            << QList<CustomParameterEntry> { putString(u"plan"_s, u"b"_s), putInteger(u"age"_s, 3) };
+        << QList<CustomParameterEntry> { putString(u"plan"_s, u"a"_s), putInteger(u"age"_s, 3),
+                                         putString(u"plan"_s, u"b"_s) }
+        << QList<CustomParameterEntry> { putString(u"plan"_s, u"b"_s), putInteger(u"age"_s, 3) };
     QTest::newRow("later value may change type")
-            << QList<CustomParameterEntry> { putString(u"x"_s, u"a"_s), putBoolean(u"x"_s, true) }
-            << QList<CustomParameterEntry> { putBoolean(u"x"_s, true) };
-    QTest::newRow("keys are case-sensitive")
-            << QList<CustomParameterEntry> { putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s) }
-            << QList<CustomParameterEntry> { putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s) };
+        << QList<CustomParameterEntry> { putString(u"x"_s, u"a"_s), putBoolean(u"x"_s, true) }
+        << QList<CustomParameterEntry> { putBoolean(u"x"_s, true) };
+    QTest::newRow("keys are case-sensitive") << QList<CustomParameterEntry> {
+        putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s)
+    } << QList<CustomParameterEntry> { putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s) };
     QTest::newRow("three repeats")
-            << QList<CustomParameterEntry> { putInteger(u"a"_s, 1), putInteger(u"b"_s, 2),
-                                             putInteger(u"a"_s, 3), putInteger(u"c"_s, 4),
-                                             putInteger(u"a"_s, 5) }
-            << QList<CustomParameterEntry> { putInteger(u"a"_s, 5), putInteger(u"b"_s, 2),
-                                             putInteger(u"c"_s, 4) };
+        << QList<CustomParameterEntry> { putInteger(u"a"_s, 1), putInteger(u"b"_s, 2),
+                                         putInteger(u"a"_s, 3), putInteger(u"c"_s, 4),
+                                         putInteger(u"a"_s, 5) }
+        << QList<CustomParameterEntry> { putInteger(u"a"_s, 5), putInteger(u"b"_s, 2),
+                                         putInteger(u"c"_s, 4) };
 }
 
 void tst_EventRequests::builderMerges()

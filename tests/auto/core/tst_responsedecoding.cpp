@@ -30,7 +30,8 @@ private:
     detail::WarningSink m_previous;
 };
 
-const QByteArray meta = R"("meta": {"scenario_id": "s1", "updated_at": "2024-05-01T09:30:00Z", "action_type": )";
+const QByteArray meta
+    = R"("meta": {"scenario_id": "s1", "updated_at": "2024-05-01T09:30:00Z", "action_type": )";
 
 QByteArray wrapActions(const QByteArray &actions)
 {
@@ -79,9 +80,12 @@ void tst_ResponseDecoding::envelope_data()
     QTest::addColumn<QString>("status");
 
     QTest::newRow("empty actions") << QByteArray(R"({"actions": []})") << true << QString();
-    QTest::newRow("status kept") << QByteArray(R"({"actions": [], "status": "ok"})") << true << u"ok"_s;
-    QTest::newRow("status null") << QByteArray(R"({"actions": [], "status": null})") << true << QString();
-    QTest::newRow("status number") << QByteArray(R"({"actions": [], "status": 1})") << false << QString();
+    QTest::newRow("status kept") << QByteArray(R"({"actions": [], "status": "ok"})") << true
+                                 << u"ok"_s;
+    QTest::newRow("status null") << QByteArray(R"({"actions": [], "status": null})") << true
+                                 << QString();
+    QTest::newRow("status number")
+        << QByteArray(R"({"actions": [], "status": 1})") << false << QString();
     QTest::newRow("actions missing") << QByteArray(R"({"status": "ok"})") << false << QString();
     QTest::newRow("actions null") << QByteArray(R"({"actions": null})") << false << QString();
     QTest::newRow("actions object") << QByteArray(R"({"actions": {}})") << false << QString();
@@ -121,60 +125,68 @@ void tst_ResponseDecoding::actionKeptOrSkipped_data()
     const int unsupported = int(InAppMessage::Type::Unsupported);
 
     QTest::newRow("modal") << action("popup_modal", creative) << true << modal << u"popup_modal"_s;
-    QTest::newRow("banner") << action("popup_banner", creative) << true << banner << u"popup_banner"_s;
-    QTest::newRow("embedded") << action("embedded_banner", creative) << true << embedded << u"embedded_banner"_s;
+    QTest::newRow("banner") << action("popup_banner", creative) << true << banner
+                            << u"popup_banner"_s;
+    QTest::newRow("embedded") << action("embedded_banner", creative) << true << embedded
+                              << u"embedded_banner"_s;
     QTest::newRow("upper-case type is unsupported")
-            << action("POPUP_MODAL", creative) << true << unsupported << u"POPUP_MODAL"_s;
+        << action("POPUP_MODAL", creative) << true << unsupported << u"POPUP_MODAL"_s;
     QTest::newRow("unknown type without creative")
-            << action("carousel") << true << unsupported << u"carousel"_s;
+        << action("carousel") << true << unsupported << u"carousel"_s;
     QTest::newRow("unknown type with broken creative and layout")
-            << action("carousel", R"("creative": 5, "layout": {"size": {"width": {"length": 0, "unit": "px"}}})")
-            << true << unsupported << u"carousel"_s;
+        << action("carousel",
+                  R"("creative": 5, "layout": {"size": {"width": {"length": 0, "unit": "px"}}})")
+        << true << unsupported << u"carousel"_s;
     QTest::newRow("modal ignores a broken layout")
-            << action("popup_modal", creative + R"(, "layout": {"location": 3})") << true << modal
-            << u"popup_modal"_s;
+        << action("popup_modal", creative + R"(, "layout": {"location": 3})") << true << modal
+        << u"popup_modal"_s;
     QTest::newRow("creative_type unknown is ignored")
-            << action("popup_modal", creative + R"(, "creative_type": "carousel")") << true << modal
-            << u"popup_modal"_s;
+        << action("popup_modal", creative + R"(, "creative_type": "carousel")") << true << modal
+        << u"popup_modal"_s;
     QTest::newRow("creative_type malformed is ignored")
-            << action("popup_modal", creative + R"(, "creative_type": {"x": 1})") << true << modal
-            << u"popup_modal"_s;
+        << action("popup_modal", creative + R"(, "creative_type": {"x": 1})") << true << modal
+        << u"popup_modal"_s;
     QTest::newRow("supported without creative") << action("popup_modal") << false << 0 << QString();
     QTest::newRow("creative without image")
-            << action("popup_modal", R"("creative": {"title": {"text": "t"}})") << false << 0 << QString();
+        << action("popup_modal", R"("creative": {"title": {"text": "t"}})") << false << 0
+        << QString();
     QTest::newRow("image url not a string")
-            << action("popup_modal", R"("creative": {"image": {"url": 3}})") << false << 0 << QString();
-    QTest::newRow("title without text")
-            << action("popup_modal", R"("creative": {"image": {"url": ""}, "title": {"text_color": "FFFFFF"}})")
-            << false << 0 << QString();
+        << action("popup_modal", R"("creative": {"image": {"url": 3}})") << false << 0 << QString();
+    QTest::newRow("title without text") << action(
+        "popup_modal", R"("creative": {"image": {"url": ""}, "title": {"text_color": "FFFFFF"}})")
+                                        << false << 0 << QString();
     QTest::newRow("element not an object") << QByteArray("42") << false << 0 << QString();
     QTest::newRow("meta missing") << QByteArray(R"({"creative": {}})") << false << 0 << QString();
     QTest::newRow("scenario_id missing")
-            << QByteArray(R"({"meta": {"updated_at": "2024-05-01T09:30:00Z", "action_type": "x"}})")
-            << false << 0 << QString();
+        << QByteArray(R"({"meta": {"updated_at": "2024-05-01T09:30:00Z", "action_type": "x"}})")
+        << false << 0 << QString();
     QTest::newRow("updated_at null")
-            << QByteArray(R"({"meta": {"scenario_id": "a", "updated_at": null, "action_type": "x"}})")
-            << false << 0 << QString();
-    QTest::newRow("action_type number")
-            << QByteArray(R"({"meta": {"scenario_id": "a", "updated_at": "2024-05-01T09:30:00Z", "action_type": 1}})")
-            << false << 0 << QString();
+        << QByteArray(R"({"meta": {"scenario_id": "a", "updated_at": null, "action_type": "x"}})")
+        << false << 0 << QString();
+    QTest::newRow("action_type number") << QByteArray(
+        R"({"meta": {"scenario_id": "a", "updated_at": "2024-05-01T09:30:00Z", "action_type": 1}})")
+                                        << false << 0 << QString();
     QTest::newRow("embedded layout component_id number")
-            << action("embedded_banner", creative + R"(, "layout": {"component_id": 7})") << false << 0
-            << QString();
+        << action("embedded_banner", creative + R"(, "layout": {"component_id": 7})") << false << 0
+        << QString();
     QTest::newRow("banner location not a string")
-            << action("popup_banner", creative + R"(, "layout": {"location": 7})") << false << 0 << QString();
+        << action("popup_banner", creative + R"(, "layout": {"location": 7})") << false << 0
+        << QString();
     QTest::newRow("banner margin malformed")
-            << action("popup_banner", creative + R"(, "layout": {"margin": {"top": "8"}})") << false << 0
-            << QString();
+        << action("popup_banner", creative + R"(, "layout": {"margin": {"top": "8"}})") << false
+        << 0 << QString();
     QTest::newRow("size with only height")
-            << action("popup_banner", creative + R"(, "layout": {"size": {"height": {"length": 10, "unit": "px"}}})")
-            << false << 0 << QString();
+        << action("popup_banner",
+                  creative + R"(, "layout": {"size": {"height": {"length": 10, "unit": "px"}}})")
+        << false << 0 << QString();
     QTest::newRow("size with unknown unit")
-            << action("popup_banner", creative + R"(, "layout": {"size": {"width": {"length": 10, "unit": "pt"}}})")
-            << false << 0 << QString();
+        << action("popup_banner",
+                  creative + R"(, "layout": {"size": {"width": {"length": 10, "unit": "pt"}}})")
+        << false << 0 << QString();
     QTest::newRow("size with fractional length")
-            << action("popup_banner", creative + R"(, "layout": {"size": {"width": {"length": 10.5, "unit": "px"}}})")
-            << false << 0 << QString();
+        << action("popup_banner",
+                  creative + R"(, "layout": {"size": {"width": {"length": 10.5, "unit": "px"}}})")
+        << false << 0 << QString();
 }
 
 void tst_ResponseDecoding::actionKeptOrSkipped()
@@ -194,7 +206,7 @@ void tst_ResponseDecoding::actionKeptOrSkipped()
         QCOMPARE(message.rawType(), rawType);
     } else {
         QVERIFY2(warnings.lines.first().startsWith(
-                         u"[VelmoraInAppMessaging][WARNING] Skipping malformed action at index 0: "_s),
+                     u"[VelmoraInAppMessaging][WARNING] Skipping malformed action at index 0: "_s),
                  qPrintable(warnings.lines.first()));
     }
 }
@@ -203,14 +215,14 @@ void tst_ResponseDecoding::skipWarningNamesIndex()
 {
     WarningCollector warnings;
     const QByteArray body = wrapActions(action("popup_modal", creative) + R"(, {"creative": {}}, )"
-                                     + action("carousel"));
+                                        + action("carousel"));
     const auto decoded = decodeAPIResponse(body);
     QVERIFY(decoded.hasValue());
     QCOMPARE(decoded.value().actions.size(), 2);
     QCOMPARE(decoded.value().actions.at(1).contents.rawType(), u"carousel"_s);
     QCOMPARE(warnings.lines.size(), 1);
     QVERIFY(warnings.lines.first().startsWith(
-            u"[VelmoraInAppMessaging][WARNING] Skipping malformed action at index 1: "_s));
+        u"[VelmoraInAppMessaging][WARNING] Skipping malformed action at index 1: "_s));
     QVERIFY(warnings.lines.first().contains(u"meta"_s));
 }
 
@@ -247,23 +259,29 @@ void tst_ResponseDecoding::popupBannerLayout_data()
 
     const QList<double> zero { 0, 0, 0, 0 };
     QTest::newRow("no layout") << QByteArray() << u"top"_s << zero << u"none"_s;
-    QTest::newRow("null layout") << QByteArray(R"("layout": null)") << u"top"_s << zero << u"none"_s;
+    QTest::newRow("null layout") << QByteArray(R"("layout": null)") << u"top"_s << zero
+                                 << u"none"_s;
     QTest::newRow("empty layout") << QByteArray(R"("layout": {})") << u"top"_s << zero << u"none"_s;
-    QTest::newRow("unknown location") << QByteArray(R"("layout": {"location": "middle"})") << u"top"_s << zero << u"none"_s;
-    QTest::newRow("upper-case location") << QByteArray(R"("layout": {"location": "BOTTOM"})") << u"top"_s << zero << u"none"_s;
+    QTest::newRow("unknown location")
+        << QByteArray(R"("layout": {"location": "middle"})") << u"top"_s << zero << u"none"_s;
+    QTest::newRow("upper-case location")
+        << QByteArray(R"("layout": {"location": "BOTTOM"})") << u"top"_s << zero << u"none"_s;
     QTest::newRow("bottom_right") << QByteArray(R"("layout": {"location": "bottom_right"})")
                                   << u"bottom_right"_s << zero << u"none"_s;
-    QTest::newRow("margin top only") << QByteArray(R"("layout": {"margin": {"top": 8}})") << u"top"_s
-                                     << QList<double> { 8, 0, 0, 0 } << u"none"_s;
+    QTest::newRow("margin top only") << QByteArray(R"("layout": {"margin": {"top": 8}})")
+                                     << u"top"_s << QList<double> { 8, 0, 0, 0 } << u"none"_s;
     QTest::newRow("negative margins kept")
-            << QByteArray(R"("layout": {"margin": {"top": -4, "bottom": 1e4, "left": 1.5, "right": null}})")
-            << u"top"_s << QList<double> { -4, 10000, 1.5, 0 } << u"none"_s;
-    QTest::newRow("width only") << QByteArray(R"("layout": {"size": {"width": {"length": 999, "unit": "px"}}})")
+        << QByteArray(
+               R"("layout": {"margin": {"top": -4, "bottom": 1e4, "left": 1.5, "right": null}})")
+        << u"top"_s << QList<double> { -4, 10000, 1.5, 0 } << u"none"_s;
+    QTest::newRow("width only") << QByteArray(
+        R"("layout": {"size": {"width": {"length": 999, "unit": "px"}}})")
                                 << u"top"_s << zero << u"w999px"_s;
-    QTest::newRow("width and height")
-            << QByteArray(R"("layout": {"location": "center", "size": {"width": {"length": 100, "unit": "percentage"}, "height": {"length": 1, "unit": "px"}}})")
-            << u"center"_s << zero << u"w100percentage,h1px"_s;
-    QTest::newRow("null height") << QByteArray(R"("layout": {"size": {"width": {"length": 1, "unit": "percentage"}, "height": null}})")
+    QTest::newRow("width and height") << QByteArray(
+        R"("layout": {"location": "center", "size": {"width": {"length": 100, "unit": "percentage"}, "height": {"length": 1, "unit": "px"}}})")
+                                      << u"center"_s << zero << u"w100percentage,h1px"_s;
+    QTest::newRow("null height") << QByteArray(
+        R"("layout": {"size": {"width": {"length": 1, "unit": "percentage"}, "height": null}})")
                                  << u"top"_s << zero << u"w1percentage"_s;
 }
 
@@ -273,8 +291,8 @@ void tst_ResponseDecoding::popupBannerLayout()
     QFETCH(QString, position);
     QFETCH(QList<double>, margin);
     QFETCH(QString, size);
-    const auto decoded = decodeAPIResponse(
-            wrapActions(action("popup_banner", layout.isEmpty() ? creative : creative + ", " + layout)));
+    const auto decoded = decodeAPIResponse(wrapActions(
+        action("popup_banner", layout.isEmpty() ? creative : creative + ", " + layout)));
     QVERIFY(decoded.hasValue());
     QCOMPARE(decoded.value().actions.size(), 1);
     const PopupBannerAction &banner = *decoded.value().actions.first().contents.popupBannerAction();
@@ -284,10 +302,11 @@ void tst_ResponseDecoding::popupBannerLayout()
              margin);
     QString actualSize = u"none"_s;
     if (banner.size) {
-        actualSize = u'w' + QString::number(banner.size->width.length) + rawValue(banner.size->width.unit);
+        actualSize
+            = u'w' + QString::number(banner.size->width.length) + rawValue(banner.size->width.unit);
         if (banner.size->height)
             actualSize += u",h"_s + QString::number(banner.size->height->length)
-                    + rawValue(banner.size->height->unit);
+                + rawValue(banner.size->height->unit);
     }
     QCOMPARE(actualSize, size);
 }
@@ -298,10 +317,14 @@ void tst_ResponseDecoding::updatedAt_data()
     QTest::addColumn<QString>("utc"); // empty: unparsable
 
     QTest::newRow("Z") << u"2024-05-01T09:30:00Z"_s << u"2024-05-01T09:30:00.000Z"_s;
-    QTest::newRow("fraction and offset") << u"2024-05-01T09:30:00.250+09:00"_s << u"2024-05-01T00:30:00.250Z"_s;
-    QTest::newRow("negative offset") << u"2024-05-01T23:30:00-02:30"_s << u"2024-05-02T02:00:00.000Z"_s;
-    QTest::newRow("one fraction digit") << u"2024-05-01T09:30:00.5Z"_s << u"2024-05-01T09:30:00.500Z"_s;
-    QTest::newRow("microseconds truncated") << u"2024-05-01T09:30:00.123456Z"_s << u"2024-05-01T09:30:00.123Z"_s;
+    QTest::newRow("fraction and offset")
+        << u"2024-05-01T09:30:00.250+09:00"_s << u"2024-05-01T00:30:00.250Z"_s;
+    QTest::newRow("negative offset")
+        << u"2024-05-01T23:30:00-02:30"_s << u"2024-05-02T02:00:00.000Z"_s;
+    QTest::newRow("one fraction digit")
+        << u"2024-05-01T09:30:00.5Z"_s << u"2024-05-01T09:30:00.500Z"_s;
+    QTest::newRow("microseconds truncated")
+        << u"2024-05-01T09:30:00.123456Z"_s << u"2024-05-01T09:30:00.123Z"_s;
     QTest::newRow("leap day") << u"2024-02-29T00:00:00Z"_s << u"2024-02-29T00:00:00.000Z"_s;
     QTest::newRow("not a leap year") << u"2023-02-29T00:00:00Z"_s << QString();
     QTest::newRow("no zone") << u"2024-05-01T09:30:00"_s << QString();
@@ -335,17 +358,18 @@ void tst_ResponseDecoding::unparsableUpdatedAtIsCutAndKept()
     WarningCollector warnings;
     const QString garbage = QString(199, u'x') + u"\U0001F600"_s + QString(50, u'y');
     const QByteArray json = R"({"meta": {"scenario_id": "s", "updated_at": ")" + garbage.toUtf8()
-            + R"(", "action_type": "popup_modal"}, )" + creative + "}";
+        + R"(", "action_type": "popup_modal"}, )" + creative + "}";
     const auto decoded = decodeAPIResponse(wrapActions(json));
     QVERIFY(decoded.hasValue());
     QCOMPARE(decoded.value().actions.size(), 1);
     QCOMPARE(decoded.value().actions.first().meta.updatedAt, garbage);
     QCOMPARE(warnings.lines.size(), 1);
     // 200 characters: the emoji counts as one and is not split.
-    QCOMPARE(warnings.lines.first(),
-             u"[VelmoraInAppMessaging][WARNING] Failed to parse updated_at as ISO8601; falling back "_s
-             u"to the current time. updatedAt=\""_s
-                     + garbage.left(201) + u'"');
+    QCOMPARE(
+        warnings.lines.first(),
+        u"[VelmoraInAppMessaging][WARNING] Failed to parse updated_at as ISO8601; falling back "_s
+        u"to the current time. updatedAt=\""_s
+            + garbage.left(201) + u'"');
 }
 
 void tst_ResponseDecoding::priority_data()
@@ -357,7 +381,8 @@ void tst_ResponseDecoding::priority_data()
     QTest::newRow("null") << QByteArray(R"(, "priority": null)") << qint64(50);
     QTest::newRow("zero") << QByteArray(R"(, "priority": 0)") << qint64(0);
     QTest::newRow("negative") << QByteArray(R"(, "priority": -3)") << qint64(-3);
-    QTest::newRow("large") << QByteArray(R"(, "priority": 9007199254740993)") << qint64(9007199254740993);
+    QTest::newRow("large") << QByteArray(R"(, "priority": 9007199254740993)")
+                           << qint64(9007199254740993);
     QTest::newRow("whole double") << QByteArray(R"(, "priority": 7.0)") << qint64(7);
     QTest::newRow("fraction") << QByteArray(R"(, "priority": 7.5)") << dropped;
     QTest::newRow("digit string") << QByteArray(R"(, "priority": "10")") << dropped;
@@ -370,8 +395,9 @@ void tst_ResponseDecoding::priority()
     QFETCH(QByteArray, priority);
     QFETCH(qint64, expected);
     WarningCollector warnings;
-    const QByteArray json = R"({"meta": {"scenario_id": "s", "updated_at": "2024-05-01T09:30:00Z", "action_type": "x")"
-            + priority + "}}";
+    const QByteArray json
+        = R"({"meta": {"scenario_id": "s", "updated_at": "2024-05-01T09:30:00Z", "action_type": "x")"
+        + priority + "}}";
     const auto decoded = decodeAPIResponse(wrapActions(json));
     QVERIFY(decoded.hasValue());
     if (expected == dropped) {
@@ -386,15 +412,15 @@ void tst_ResponseDecoding::displayOrder()
 {
     const auto item = [](const char *id, const char *date, const char *priority) -> QByteArray {
         return QByteArray(R"({"meta": {"scenario_id": ")") + id + R"(", "updated_at": ")" + date
-                + '"' + (priority ? QByteArray(R"(, "priority": )") + priority : QByteArray())
-                + R"(, "action_type": "x"}})";
+            + '"' + (priority ? QByteArray(R"(, "priority": )") + priority : QByteArray())
+            + R"(, "action_type": "x"}})";
     };
     const QByteArray body = wrapActions(item("one", "2024-05-01T00:00:00Z", "1") + ','
-                                     + item("five-early", "2024-05-01T00:00:00Z", "5") + ','
-                                     + item("default", "2024-01-01T00:00:00Z", nullptr) + ','
-                                     + item("five-late", "2024-05-01T00:00:00.001Z", "5") + ','
-                                     + item("tie-a", "2024-01-01T00:00:00Z", "50") + ','
-                                     + item("tie-b", "2024-01-01T09:00:00+09:00", "50"));
+                                        + item("five-early", "2024-05-01T00:00:00Z", "5") + ','
+                                        + item("default", "2024-01-01T00:00:00Z", nullptr) + ','
+                                        + item("five-late", "2024-05-01T00:00:00.001Z", "5") + ','
+                                        + item("tie-a", "2024-01-01T00:00:00Z", "50") + ','
+                                        + item("tie-b", "2024-01-01T09:00:00+09:00", "50"));
     auto decoded = decodeAPIResponse(body);
     QVERIFY(decoded.hasValue());
     QList<InAppMessageAction> actions = decoded.value().actions;
@@ -403,8 +429,9 @@ void tst_ResponseDecoding::displayOrder()
     for (const auto &a : actions)
         order.append(a.meta.scenarioId);
     // Equal instants written differently are a tie and keep the server's order.
-    QCOMPARE(order, (QStringList { u"default"_s, u"tie-a"_s, u"tie-b"_s, u"five-late"_s,
-                                   u"five-early"_s, u"one"_s }));
+    QCOMPARE(order,
+             (QStringList { u"default"_s, u"tie-a"_s, u"tie-b"_s, u"five-late"_s, u"five-early"_s,
+                            u"one"_s }));
 }
 
 QTEST_GUILESS_MAIN(tst_ResponseDecoding)

@@ -20,7 +20,10 @@ struct Run
     int exitCode = -1;
     QStringList out;
     QString err;
-    QJsonObject last() const { return QJsonDocument::fromJson(out.value(out.size() - 1).toUtf8()).object(); }
+    QJsonObject last() const
+    {
+        return QJsonDocument::fromJson(out.value(out.size() - 1).toUtf8()).object();
+    }
 };
 
 // The tool runs in its own process, so the server must keep serving while we wait for it.
@@ -68,15 +71,16 @@ void tst_Inspect::responseOrderAndLint()
     QCOMPARE(run.exitCode, 0);
     // The library's own warning for the out-of-bounds banner comes before the JSON line.
     QVERIFY(run.out.first().startsWith(
-            u"[VelmoraInAppMessaging][WARNING] Skipping malformed action at index 4: "_s));
+        u"[VelmoraInAppMessaging][WARNING] Skipping malformed action at index 4: "_s));
     const QJsonObject result = run.last();
     QCOMPARE(result[u"status"_s].toString(), u"ok"_s);
     const QJsonArray actions = result[u"actions"_s].toArray();
     QStringList order;
     for (const auto &a : actions)
         order.append(a[u"scenario_id"_s].toString());
-    QCOMPARE(order, (QStringList { u"spring-sale-modal"_s, u"loyalty-card"_s, u"welcome-banner"_s,
-                                   u"carousel-test"_s }));
+    QCOMPARE(order,
+             (QStringList { u"spring-sale-modal"_s, u"loyalty-card"_s, u"welcome-banner"_s,
+                            u"carousel-test"_s }));
     QCOMPARE(actions[0][u"updated_date"_s].toString(), u"2026-04-01T00:30:00.250Z"_s);
     QCOMPARE(actions[2][u"priority"_s].toInt(), 50);
     QCOMPARE(actions[2][u"size"_s][u"width"_s][u"unit"_s].toString(), u"percentage"_s);
@@ -121,11 +125,26 @@ void tst_Inspect::fetchShowsWhatWouldDisplay()
     QFile file(example(u"positions.json"_s));
     QVERIFY(file.open(QIODevice::ReadOnly));
     server.setResponse(u"/vorpex/v1/app_events/view"_s, Response::json(file.readAll()));
-    const Run run = inspect({ u"fetch"_s, u"--api-host"_s, server.baseUrl().toString() + u"/vorpex/v1"_s,
-                              u"--api-key"_s, u"k"_s, u"--tenant"_s, u"t"_s, u"--screen"_s, u"cart"_s,
-                              u"--customer-id"_s, u"c9"_s, u"--strict-login"_s,
-                              u"--param"_s, u"plan=string:gold"_s, u"--param"_s, u"ids=integer[]:1,2"_s,
-                              u"--param"_s, u"plan=string:silver"_s, u"--param"_s, u"flags=bool[]:"_s });
+    const Run run = inspect({ u"fetch"_s,
+                              u"--api-host"_s,
+                              server.baseUrl().toString() + u"/vorpex/v1"_s,
+                              u"--api-key"_s,
+                              u"k"_s,
+                              u"--tenant"_s,
+                              u"t"_s,
+                              u"--screen"_s,
+                              u"cart"_s,
+                              u"--customer-id"_s,
+                              u"c9"_s,
+                              u"--strict-login"_s,
+                              u"--param"_s,
+                              u"plan=string:gold"_s,
+                              u"--param"_s,
+                              u"ids=integer[]:1,2"_s,
+                              u"--param"_s,
+                              u"plan=string:silver"_s,
+                              u"--param"_s,
+                              u"flags=bool[]:"_s });
     QCOMPARE(run.exitCode, 0);
     const QJsonObject result = run.last();
     QCOMPARE(result[u"errors"_s].toArray().size(), 0);
@@ -155,18 +174,21 @@ void tst_Inspect::fetchReportsErrors_data()
     QTest::addColumn<QString>("error");
     QTest::addColumn<int>("exitCode");
 
-    QTest::newRow("server error") << QStringList {} << Response::withStatus(503) << u"serverError: 503"_s << 1;
+    QTest::newRow("server error") << QStringList {} << Response::withStatus(503)
+                                  << u"serverError: 503"_s << 1;
     QTest::newRow("invalid host")
-            << QStringList { u"--api-host"_s, u"ftp://x"_s } << Response::json("{}")
-            << u"precondition: apiHost is invalid: \"ftp://x\". Call VelmoraInAppMessaging::shared().setup() "_s
-               u"with a valid http or https apiHost."_s
-            << 1;
+        << QStringList { u"--api-host"_s, u"ftp://x"_s } << Response::json("{}")
+        << u"precondition: apiHost is invalid: \"ftp://x\". Call VelmoraInAppMessaging::shared().setup() "_s
+           u"with a valid http or https apiHost."_s
+        << 1;
     QTest::newRow("unsupported type")
-            << QStringList {}
-            << Response::json(R"({"actions": [{"meta": {"scenario_id": "s", "updated_at": "2024-05-01T00:00:00Z", "action_type": "x"}}]})")
-            << u"precondition: Received an unsupported message type: 'x'. Please update the SDK."_s << 1;
-    QTest::newRow("bad param") << QStringList { u"--param"_s, u"a=float:1"_s } << Response::json("{}")
-                               << QString() << 64;
+        << QStringList {}
+        << Response::json(
+               R"({"actions": [{"meta": {"scenario_id": "s", "updated_at": "2024-05-01T00:00:00Z", "action_type": "x"}}]})")
+        << u"precondition: Received an unsupported message type: 'x'. Please update the SDK."_s
+        << 1;
+    QTest::newRow("bad param") << QStringList { u"--param"_s, u"a=float:1"_s }
+                               << Response::json("{}") << QString() << 64;
 }
 
 void tst_Inspect::fetchReportsErrors()
@@ -178,7 +200,8 @@ void tst_Inspect::fetchReportsErrors()
     TestHttpServer server;
     QVERIFY(server.listen());
     server.setDefaultResponse(response);
-    QStringList all { u"fetch"_s, u"--api-key"_s, u"k"_s, u"--tenant"_s, u"t"_s, u"--screen"_s, u"s"_s };
+    QStringList all { u"fetch"_s, u"--api-key"_s, u"k"_s, u"--tenant"_s,
+                      u"t"_s,     u"--screen"_s,  u"s"_s };
     if (!args.contains(u"--api-host"_s))
         all += { u"--api-host"_s, server.baseUrl().toString() };
     const Run run = inspect(all + args);
@@ -195,11 +218,15 @@ void tst_Inspect::fetchKeepsVisitorInState()
 {
     TestHttpServer server;
     QVERIFY(server.listen());
-    server.enqueueResponse(u"/app_events/view"_s, Response::json(R"({"actions": []})").header("x-vorpex-visitor-id", "v-77"));
+    server.enqueueResponse(
+        u"/app_events/view"_s,
+        Response::json(R"({"actions": []})").header("x-vorpex-visitor-id", "v-77"));
     server.setDefaultResponse(Response::json(R"({"actions": []})"));
     QTemporaryDir state;
-    const QStringList args { u"fetch"_s, u"--api-host"_s, server.baseUrl().toString(), u"--api-key"_s, u"k"_s,
-                             u"--tenant"_s, u"t"_s, u"--screen"_s, u"s"_s, u"--state"_s, state.path() };
+    const QStringList args { u"fetch"_s,     u"--api-host"_s, server.baseUrl().toString(),
+                             u"--api-key"_s, u"k"_s,          u"--tenant"_s,
+                             u"t"_s,         u"--screen"_s,   u"s"_s,
+                             u"--state"_s,   state.path() };
     QCOMPARE(inspect(args).exitCode, 0);
     QCOMPARE(inspect(args).exitCode, 0);
     QCOMPARE(server.requestCount(), 2);
@@ -213,7 +240,8 @@ void tst_Inspect::reactExitStatus_data()
     QTest::addColumn<int>("requests");
     QTest::addColumn<int>("exitCode");
     QTest::newRow("delivered") << QList<Response> { Response::json("{}") } << 1 << 0;
-    QTest::newRow("client error gives up at once") << QList<Response> { Response::withStatus(404) } << 1 << 1;
+    QTest::newRow("client error gives up at once")
+        << QList<Response> { Response::withStatus(404) } << 1 << 1;
 }
 
 void tst_Inspect::reactExitStatus()
@@ -225,9 +253,9 @@ void tst_Inspect::reactExitStatus()
     QVERIFY(server.listen());
     for (const auto &response : responses)
         server.enqueueResponse(u"/app_events/reaction"_s, response);
-    const Run run = inspect({ u"react"_s, u"--api-host"_s, server.baseUrl().toString(), u"--api-key"_s,
-                              u"k"_s, u"--tenant"_s, u"t"_s, u"--screen"_s, u"home"_s,
-                              u"--scenario"_s, u"sc"_s, u"--type"_s, u"close"_s });
+    const Run run = inspect({ u"react"_s, u"--api-host"_s, server.baseUrl().toString(),
+                              u"--api-key"_s, u"k"_s, u"--tenant"_s, u"t"_s, u"--screen"_s,
+                              u"home"_s, u"--scenario"_s, u"sc"_s, u"--type"_s, u"close"_s });
     QCOMPARE(run.exitCode, exitCode);
     QCOMPARE(server.requestCount(), requests);
     QCOMPARE(server.lastRequest().json()[u"reaction"_s].toString(), u"close"_s);

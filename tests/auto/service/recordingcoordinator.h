@@ -14,7 +14,9 @@ namespace velmora::test {
 class RecordingCoordinator : public DisplayCoordinatorType
 {
 public:
-    explicit RecordingCoordinator(QStringList *log) : m_log(log) { }
+    explicit RecordingCoordinator(QStringList *log)
+        : m_log(log)
+    { }
 
     VelmoraInAppMessagingDelegate *delegate() const override { return m_delegate; }
     void setDelegate(VelmoraInAppMessagingDelegate *delegate) override { m_delegate = delegate; }
@@ -69,16 +71,20 @@ private:
 class RecordingDelegate : public VelmoraInAppMessagingDelegate
 {
 public:
-    explicit RecordingDelegate(QStringList *log) : m_log(log) { }
+    explicit RecordingDelegate(QStringList *log)
+        : m_log(log)
+    { }
     void messageDetectedForDisplay(const InAppMessage &message) override
     {
         m_log->append(QStringLiteral("detected:") + message.rawType());
     }
-    void messageError(const std::optional<InAppMessage> &message, const VelmoraError &error) override
+    void messageError(const std::optional<InAppMessage> &message,
+                      const VelmoraError &error) override
     {
         errors.append(error);
-        m_log->append(QStringLiteral("error:") + (message ? message->rawType() : QStringLiteral("-"))
-                      + u':' + error.description());
+        m_log->append(QStringLiteral("error:")
+                      + (message ? message->rawType() : QStringLiteral("-")) + u':'
+                      + error.description());
     }
     QList<VelmoraError> errors;
 

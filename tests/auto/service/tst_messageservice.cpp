@@ -22,11 +22,12 @@ using velmora::test::TestHttpServer;
 
 namespace {
 
-QByteArray actionJson(const QByteArray &type, const QByteArray &id, int priority, const QByteArray &date)
+QByteArray actionJson(const QByteArray &type, const QByteArray &id, int priority,
+                      const QByteArray &date)
 {
     return R"({"meta": {"scenario_id": ")" + id + R"(", "updated_at": ")" + date
-            + R"(", "priority": )" + QByteArray::number(priority) + R"(, "action_type": ")" + type
-            + R"("}})";
+        + R"(", "priority": )" + QByteArray::number(priority) + R"(, "action_type": ")" + type
+        + R"("}})";
 }
 
 QByteArray responseJson(const QList<QByteArray> &actions)
@@ -52,10 +53,13 @@ struct ManualFetch
             return [this] {
                 cancelled = true;
                 if (honourCancel && done)
-                    QMetaObject::invokeMethod(qApp, [d = done] {
-                        d(APIFailure(VelmoraError::networkError(UnderlyingError::network(
+                    QMetaObject::invokeMethod(
+                        qApp,
+                        [d = done] {
+                            d(APIFailure(VelmoraError::networkError(UnderlyingError::network(
                                 QNetworkReply::OperationCanceledError, u"cancelled"_s))));
-                    }, Qt::QueuedConnection);
+                        },
+                        Qt::QueuedConnection);
             };
         };
     }
@@ -92,7 +96,10 @@ private Q_SLOTS:
     void reactionHandlerInstalledOnce();
 
 private:
-    void configure() { m_config->setup(u"key"_s, u"tenant"_s, m_server.baseUrl().toString() + u"/vorpex/v1"_s); }
+    void configure()
+    {
+        m_config->setup(u"key"_s, u"tenant"_s, m_server.baseUrl().toString() + u"/vorpex/v1"_s);
+    }
     void screen(const QString &name, QList<ViewEventCustomParam> params = {})
     {
         m_service->noteScreenStart();
@@ -120,10 +127,12 @@ void tst_MessageService::init()
     m_log.clear();
     m_warnings.clear();
     m_finished = 0;
-    m_previousSink = detail::setWarningSink([this](const QString &line) { m_warnings.append(line); });
+    m_previousSink
+        = detail::setWarningSink([this](const QString &line) { m_warnings.append(line); });
     m_config = std::make_shared<SDKConfiguration>(DeviceInfo { u"12.0.0"_s, u"0.1.0"_s, u"box"_s });
-    m_repository = std::make_shared<UserIdentityRepository>(SDKUserDefaults(
-            std::make_shared<SettingsUserDefaults>(m_dir.filePath(QString::fromLatin1(QTest::currentTestFunction()) + u".ini"_s))));
+    m_repository = std::make_shared<UserIdentityRepository>(
+        SDKUserDefaults(std::make_shared<SettingsUserDefaults>(
+            m_dir.filePath(QString::fromLatin1(QTest::currentTestFunction()) + u".ini"_s))));
     m_coordinator = std::make_unique<RecordingCoordinator>(&m_log);
     m_delegate = std::make_unique<RecordingDelegate>(&m_log);
     m_service = std::make_unique<MessageService>(m_config, m_repository, m_coordinator.get());
@@ -141,17 +150,18 @@ void tst_MessageService::refusesWithoutConfiguration_data()
     QTest::addColumn<QStringList>("setups"); // key|tenant|host triples
     QTest::addColumn<QString>("error");
 
-    const QString notConfigured = u"precondition: SDK is not configured. Call "_s
-                                  u"VelmoraInAppMessaging::shared().setup() before fetching messages."_s;
+    const QString notConfigured
+        = u"precondition: SDK is not configured. Call "_s
+          u"VelmoraInAppMessaging::shared().setup() before fetching messages."_s;
     QTest::newRow("never set up") << QStringList {} << notConfigured;
     QTest::newRow("invalid host only")
-            << QStringList { u"k|t|ftp://x"_s }
-            << u"precondition: apiHost is invalid: \"ftp://x\". Call VelmoraInAppMessaging::shared()"_s
-               u".setup() with a valid http or https apiHost."_s;
+        << QStringList { u"k|t|ftp://x"_s }
+        << u"precondition: apiHost is invalid: \"ftp://x\". Call VelmoraInAppMessaging::shared()"_s
+           u".setup() with a valid http or https apiHost."_s;
     QTest::newRow("invalid host after a valid setup")
-            << QStringList { u"k|t|SERVER"_s, u"k|t|nohost"_s }
-            << u"precondition: apiHost is invalid: \"nohost\". Call VelmoraInAppMessaging::shared()"_s
-               u".setup() with a valid http or https apiHost."_s;
+        << QStringList { u"k|t|SERVER"_s, u"k|t|nohost"_s }
+        << u"precondition: apiHost is invalid: \"nohost\". Call VelmoraInAppMessaging::shared()"_s
+           u".setup() with a valid http or https apiHost."_s;
 }
 
 void tst_MessageService::refusesWithoutConfiguration()
@@ -177,10 +187,11 @@ void tst_MessageService::warnsWithoutScreenStart()
     m_server.setDefaultResponse(Response::json(responseJson({})));
     m_service->fetchMessagesForQuick(u"cart"_s, {});
     QCOMPARE(m_warnings,
-             QStringList { u"[VelmoraInAppMessaging][WARNING] fetchCore(screenName: \"cart\") was called "_s
-                           u"without a preceding startNewScreen(). Call startNewScreen() synchronously "_s
-                           u"before invoking fetchCore, or the previous screen's embedded banner cache "_s
-                           u"may flash."_s });
+             QStringList {
+                 u"[VelmoraInAppMessaging][WARNING] fetchCore(screenName: \"cart\") was called "_s
+                 u"without a preceding startNewScreen(). Call startNewScreen() synchronously "_s
+                 u"before invoking fetchCore, or the previous screen's embedded banner cache "_s
+                 u"may flash."_s });
     // The count never goes below zero: one start now covers exactly one fetch.
     m_service->noteScreenStart();
     m_service->fetchMessagesForQuick(u"cart"_s, {});
@@ -192,14 +203,15 @@ void tst_MessageService::detectedThenDisplayedInOrder()
 {
     configure();
     m_server.setDefaultResponse(Response::json(responseJson({
-            actionJson("one", "one", 1, "2024-05-01T00:00:00Z"),
-            actionJson("five-early", "five-early", 5, "2024-05-01T00:00:00Z"),
-            actionJson("five-late", "five-late", 5, "2024-05-02T00:00:00Z"),
+        actionJson("one", "one", 1, "2024-05-01T00:00:00Z"),
+        actionJson("five-early", "five-early", 5, "2024-05-01T00:00:00Z"),
+        actionJson("five-late", "five-late", 5, "2024-05-02T00:00:00Z"),
     })));
     screen(u"home"_s);
     QTRY_COMPARE(m_finished, 1);
-    QCOMPARE(m_log, (QStringList { u"detected:five-late"_s, u"detected:five-early"_s, u"detected:one"_s,
-                                   u"displayQuick:home:five-late,five-early,one"_s, u"finishLoading"_s }));
+    QCOMPARE(m_log,
+             (QStringList { u"detected:five-late"_s, u"detected:five-early"_s, u"detected:one"_s,
+                            u"displayQuick:home:five-late,five-early,one"_s, u"finishLoading"_s }));
     QCOMPARE(m_server.lastRequest().target, u"/vorpex/v1/app_events/view"_s);
 }
 
@@ -240,15 +252,18 @@ void tst_MessageService::newerScreenCancelsOlder()
     configure();
     m_server.setHandler(u"/vorpex/v1/app_events/view"_s, [](const test::RecordedRequest &request) {
         const bool first = request.json()[u"meta"_s][u"screen_name"_s].toString() == u"first";
-        return first ? Response::json(responseJson({ actionJson("a", "a", 1, "2024-05-01T00:00:00Z") })).delayed(3000)
-                     : Response::json(responseJson({ actionJson("b", "b", 1, "2024-05-01T00:00:00Z") }));
+        return first
+            ? Response::json(responseJson({ actionJson("a", "a", 1, "2024-05-01T00:00:00Z") }))
+                  .delayed(3000)
+            : Response::json(responseJson({ actionJson("b", "b", 1, "2024-05-01T00:00:00Z") }));
     });
     screen(u"first"_s);
     QTRY_COMPARE(m_server.requestCount(), 1);
     screen(u"second"_s);
     QTRY_COMPARE(m_finished, 2);
     // The cancelled first fetch tells nobody; only the second screen is shown and finished.
-    QCOMPARE(m_log, (QStringList { u"detected:b"_s, u"displayQuick:second:b"_s, u"finishLoading"_s }));
+    QCOMPARE(m_log,
+             (QStringList { u"detected:b"_s, u"displayQuick:second:b"_s, u"finishLoading"_s }));
     QVERIFY(m_delegate->errors.isEmpty());
 }
 
@@ -269,7 +284,8 @@ void tst_MessageService::staleAnswerIgnoringCancelIsDropped()
     older.done(QList<InAppMessageAction> { unsupportedAction(u"old"_s) });
     QVERIFY(m_log.isEmpty());
     newer.done(QList<InAppMessageAction> { unsupportedAction(u"new"_s) });
-    QCOMPARE(m_log, (QStringList { u"detected:new"_s, u"displayQuick:second:new"_s, u"finishLoading"_s }));
+    QCOMPARE(m_log,
+             (QStringList { u"detected:new"_s, u"displayQuick:second:new"_s, u"finishLoading"_s }));
 }
 
 void tst_MessageService::staleFailureIsSilent()
@@ -285,8 +301,8 @@ void tst_MessageService::staleFailureIsSilent()
     older.done(APIFailure(VelmoraError::serverError(500)));
     QVERIFY(m_log.isEmpty());
     // A cancellation of the current fetch still ends its loading state, silently.
-    newer.done(APIFailure(VelmoraError::networkError(UnderlyingError::wrapping(
-            VelmoraError::networkError(UnderlyingError::cancellation())))));
+    newer.done(APIFailure(VelmoraError::networkError(
+        UnderlyingError::wrapping(VelmoraError::networkError(UnderlyingError::cancellation())))));
     QCOMPARE(m_log, QStringList { u"finishLoading"_s });
 }
 
@@ -295,8 +311,8 @@ void tst_MessageService::identityHeadersFollowTheServer()
     configure();
     m_server.enqueueResponse(u"/vorpex/v1/app_events/view"_s,
                              Response::json(responseJson({}))
-                                     .header("X-Vorpex-Visitor-Id", "visitor-1")
-                                     .header("x-vorpex-customer-id", "hashed-1"));
+                                 .header("X-Vorpex-Visitor-Id", "visitor-1")
+                                 .header("x-vorpex-customer-id", "hashed-1"));
     m_server.setDefaultResponse(Response::json(responseJson({})));
     screen(u"home"_s);
     QTRY_COMPARE(m_finished, 1);
@@ -337,11 +353,11 @@ void tst_MessageService::customerIdAndParametersAreRead()
 void tst_MessageService::callsFromOtherThreadsMoveToGuiThread()
 {
     configure();
-    m_server.setDefaultResponse(Response::json(responseJson({ actionJson("x", "x", 1, "2024-05-01T00:00:00Z") })));
+    m_server.setDefaultResponse(
+        Response::json(responseJson({ actionJson("x", "x", 1, "2024-05-01T00:00:00Z") })));
     m_service->noteScreenStart();
-    std::thread worker([this] {
-        m_service->fetchMessagesForQuick(u"bg"_s, {}, [this] { ++m_finished; });
-    });
+    std::thread worker(
+        [this] { m_service->fetchMessagesForQuick(u"bg"_s, {}, [this] { ++m_finished; }); });
     worker.join();
     QTRY_COMPARE(m_finished, 1);
     QVERIFY(!m_coordinator->calledOffGuiThread);

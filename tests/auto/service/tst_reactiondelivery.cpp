@@ -5,10 +5,10 @@
 #include "useridentityrepository.h"
 
 #include <QGuiApplication>
-#include <QSignalSpy>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QWindow>
@@ -32,14 +32,18 @@ struct RecordingSleeper
 
     Sleeper sleeper()
     {
-        return [this](std::chrono::milliseconds duration, std::function<void()> wake) -> CancelFunction {
+        return [this](std::chrono::milliseconds duration,
+                      std::function<void()> wake) -> CancelFunction {
             waits.append(duration);
             auto cancelled = std::make_shared<bool>(false);
             if (!hold) {
-                QMetaObject::invokeMethod(qApp, [wake, cancelled] {
-                    if (!*cancelled)
-                        wake();
-                }, Qt::QueuedConnection);
+                QMetaObject::invokeMethod(
+                    qApp,
+                    [wake, cancelled] {
+                        if (!*cancelled)
+                            wake();
+                    },
+                    Qt::QueuedConnection);
             }
             return [cancelled] { *cancelled = true; };
         };
@@ -112,7 +116,8 @@ void tst_ReactionDelivery::init()
     m_tasks = std::make_shared<FakeBackgroundTasks>();
     m_config = std::make_shared<SDKConfiguration>(DeviceInfo { u"1.0.0"_s, u"0.1.0"_s, u"box"_s });
     m_config->setup(u"key"_s, u"tenant"_s, m_server.baseUrl().toString());
-    m_repository = std::make_shared<UserIdentityRepository>(SDKUserDefaults(std::make_shared<SettingsUserDefaults>(
+    m_repository = std::make_shared<UserIdentityRepository>(
+        SDKUserDefaults(std::make_shared<SettingsUserDefaults>(
             m_dir.filePath(QString::fromLatin1(QTest::currentTestFunction()) + u".ini"_s))));
     m_coordinator = std::make_unique<test::RecordingCoordinator>(&m_log);
     m_service = std::make_unique<MessageService>(m_config, m_repository, m_coordinator.get());
@@ -127,21 +132,23 @@ void tst_ReactionDelivery::retriesPerCategory_data()
     QTest::addColumn<QList<int>>("waits");
     QTest::addColumn<bool>("delivered");
 
-    QTest::newRow("success") << QList<Response> { Response::json("{}") } << 1 << QList<int> {} << true;
+    QTest::newRow("success") << QList<Response> { Response::json("{}") } << 1 << QList<int> {}
+                             << true;
     QTest::newRow("server error twice")
-            << QList<Response> { Response::withStatus(503), Response::withStatus(500) } << 2
-            << QList<int> { 1000 } << false;
+        << QList<Response> { Response::withStatus(503), Response::withStatus(500) } << 2
+        << QList<int> { 1000 } << false;
     QTest::newRow("server error then success")
-            << QList<Response> { Response::withStatus(502), Response::json("{}") } << 2
-            << QList<int> { 1000 } << true;
+        << QList<Response> { Response::withStatus(502), Response::json("{}") } << 2
+        << QList<int> { 1000 } << true;
     QTest::newRow("3xx is a server error")
-            << QList<Response> { Response::withStatus(304), Response::withStatus(304) } << 2
-            << QList<int> { 1000 } << false;
-    QTest::newRow("client error") << QList<Response> { Response::withStatus(400) } << 1 << QList<int> {} << false;
+        << QList<Response> { Response::withStatus(304), Response::withStatus(304) } << 2
+        << QList<int> { 1000 } << false;
+    QTest::newRow("client error") << QList<Response> { Response::withStatus(400) } << 1
+                                  << QList<int> {} << false;
     // Qt itself resends once on a connection closed without an answer, so the server may see
     // two requests; the policy adds no retry of its own (no wait).
     QTest::newRow("dropped connection is not retried")
-            << QList<Response> { Response::drop(), Response::drop() } << 0 << QList<int> {} << false;
+        << QList<Response> { Response::drop(), Response::drop() } << 0 << QList<int> {} << false;
 }
 
 void tst_ReactionDelivery::retriesPerCategory()
@@ -156,7 +163,8 @@ void tst_ReactionDelivery::retriesPerCategory()
     send();
     QVERIFY(finished.wait());
     QCOMPARE(finished.first().at(2).value<MessageService::ReactionOutcome>(),
-             delivered ? MessageService::ReactionOutcome::Delivered : MessageService::ReactionOutcome::GivenUp);
+             delivered ? MessageService::ReactionOutcome::Delivered
+                       : MessageService::ReactionOutcome::GivenUp);
     if (sends > 0)
         QCOMPARE(m_server.requestCount(), sends);
     QList<int> actualWaits;
@@ -192,16 +200,19 @@ void tst_ReactionDelivery::mixedCategoriesCountSeparately()
     // Three attempts fail to connect, then the server answers 503 twice: two connection
     // retries and one server retry, four sends at most.
     int attempts = 0;
-    ReactionSendRunner::Send send = [&](std::function<void(ReactionSendRunner::Result)> done) -> CancelFunction {
+    ReactionSendRunner::Send send
+        = [&](std::function<void(ReactionSendRunner::Result)> done) -> CancelFunction {
         ++attempts;
-        const auto error = attempts <= 2
-                ? VelmoraError::networkError(UnderlyingError::network(QNetworkReply::HostNotFoundError, {}))
-                : VelmoraError::serverError(503);
-        QMetaObject::invokeMethod(qApp, [done, error] { done(APIFailure(error)); }, Qt::QueuedConnection);
+        const auto error = attempts <= 2 ? VelmoraError::networkError(
+                               UnderlyingError::network(QNetworkReply::HostNotFoundError, {}))
+                                         : VelmoraError::serverError(503);
+        QMetaObject::invokeMethod(
+            qApp, [done, error] { done(APIFailure(error)); }, Qt::QueuedConnection);
         return {};
     };
     std::optional<ReactionSendRunner::Result> result;
-    ReactionSendRunner::run(send, m_sleeper.sleeper(), [&](ReactionSendRunner::Result r) { result = r; });
+    ReactionSendRunner::run(send, m_sleeper.sleeper(),
+                            [&](ReactionSendRunner::Result r) { result = r; });
     QTRY_VERIFY(result.has_value());
     QCOMPARE(attempts, 4);
     QCOMPARE(m_sleeper.waits, (QList<std::chrono::milliseconds> { 1000ms, 2000ms, 1000ms }));
@@ -210,7 +221,8 @@ void tst_ReactionDelivery::mixedCategoriesCountSeparately()
 
 void tst_ReactionDelivery::successSavesIdentity()
 {
-    m_server.setDefaultResponse(Response::json("{}").header("X-VORPEX-VISITOR-ID", "from-reaction"));
+    m_server.setDefaultResponse(
+        Response::json("{}").header("X-VORPEX-VISITOR-ID", "from-reaction"));
     QSignalSpy finished(m_service.get(), &MessageService::reactionFinished);
     send();
     QVERIFY(finished.wait());

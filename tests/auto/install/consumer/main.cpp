@@ -12,9 +12,9 @@ int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     const auto params = velmora::CustomParameterBuilder::buildBlock({
-            velmora::putString(QStringLiteral("plan"), QStringLiteral("gold")),
-            velmora::putInteger(QStringLiteral("age"), 42),
-            velmora::putString(QStringLiteral("plan"), QStringLiteral("silver")),
+        velmora::putString(QStringLiteral("plan"), QStringLiteral("gold")),
+        velmora::putInteger(QStringLiteral("age"), 42),
+        velmora::putString(QStringLiteral("plan"), QStringLiteral("silver")),
     });
     const auto error = velmora::VelmoraError::serverError(503);
     velmora::VelmoraInAppMessagingDelegate delegate;
