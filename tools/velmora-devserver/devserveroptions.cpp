@@ -41,7 +41,8 @@ void addOptions(QCommandLineParser &parser)
     parser.addOptions({
         { u"campaigns"_s,
           u"Folder with one <screen>.json per screen name, default.json for every other "_s
-          u"screen, and the images the campaigns show. Required."_s,
+          u"screen, and the images the campaigns show; {{base}} in a campaign file becomes "_s
+          u"the HTTPS address the images are served from. Required."_s,
           u"DIR"_s },
         { u"port"_s, u"Port of the HTTP API on 127.0.0.1; 0 picks a free one."_s, u"N"_s, u"0"_s },
         { u"https-port"_s,

@@ -80,7 +80,7 @@ int main(int argc, char *argv[])
         printLine(stderr, u"velmora-devserver: "_s + parser.errorText());
         return 2;
     }
-    if (parser.isSet(u"help"_s)) {
+    if (parser.isSet(u"help"_s) || parser.isSet(u"help-all"_s)) {
         printLine(stdout, parser.helpText().trimmed());
         return 0;
     }
