@@ -22,12 +22,14 @@ namespace {
 // under Qt's default of 128 MiB, so our bounds are what refuses an image, not Qt's.
 constexpr qint64 maxBitmapPixels = AnimatedImageDecoderPolicy::maxTotalPixels;
 
+// One core stays free for the GUI thread, and at most two animations are decoded at a time,
+// each of which may hold the full pixel budget while it runs.
 class DecodingPool : public QThreadPool
 {
 public:
     DecodingPool()
     {
-        setMaxThreadCount(std::min(2, std::max(1, QThread::idealThreadCount())));
+        setMaxThreadCount(std::clamp(QThread::idealThreadCount() - 1, 1, 2));
         setObjectName(u"velmora-image-decoding"_s);
     }
 };

@@ -34,8 +34,7 @@ public:
 
     static std::optional<LoadedImage> decode(const QByteArray &data);
 
-    /// decode() on the library's decoding threads, which are few on purpose: each decode may
-    /// hold an animation's full pixel budget while it runs.
+    /// decode() on the library's decoding threads, which are few on purpose (see the .cpp).
     static QFuture<std::optional<LoadedImage>> decodeAsync(QByteArray data);
 };
 

@@ -99,10 +99,11 @@ private:
 
         QNetworkReply *reply = m_loader->m_manager->get(request);
         reply->setParent(this);
-        // Qt otherwise hands over whatever the network thread has buffered in one go, which
-        // for a fast server means megabytes read and written to the disk cache in a single
-        // event on the GUI thread; this keeps each step to one chunk.
-        reply->setReadBufferSize(ImageLoader::receiveChunk);
+        // Qt otherwise hands over whatever its network thread has buffered in one go: for a
+        // fast server, megabytes read and written to the disk cache in a single GUI-thread
+        // event. A few chunks per event keep that under a millisecond; one chunk per event
+        // would tie the download rate to how often the GUI thread gets round to it.
+        reply->setReadBufferSize(4 * ImageLoader::receiveChunk);
         m_reply = reply;
         connect(reply, &QNetworkReply::metaDataChanged, this, &ImageTransfer::onMetaData);
         connect(reply, &QNetworkReply::readyRead, this, &ImageTransfer::onReadyRead);
