@@ -72,9 +72,7 @@ private Q_SLOTS:
     void timeouts_data();
     void timeouts();
     void cancellation();
-    void connectionRefused();
     void https();
-    void completionIsNeverSynchronous();
     void redirectGuard_data();
     void redirectGuard();
 
@@ -328,24 +326,6 @@ void tst_APIClient::cancellation()
         VelmoraError::networkError(UnderlyingError::wrapping(VelmoraError::serverError(500)))));
 }
 
-void tst_APIClient::connectionRefused()
-{
-    TestHttpServer closed;
-    QVERIFY(closed.listen());
-    const QString url = closed.baseUrl().toString();
-    closed.close();
-    APIClient client;
-    Waiter<ViewEventsReply> waiter;
-    client.viewEvents(viewRequest(), url, {}, waiter.completion());
-    QVERIFY(waiter.wait());
-    const auto error = velmoraError(waiter.result->error());
-    QVERIFY(error);
-    QCOMPARE(error->kind(), VelmoraError::Kind::NetworkError);
-    QCOMPARE(error->underlyingError()->networkCode(), QNetworkReply::ConnectionRefusedError);
-    QVERIFY(!isCancellation(*error));
-    QVERIFY(error->description().startsWith(u"networkError: "_s));
-}
-
 void tst_APIClient::https()
 {
     const auto *certificate = test::TestCertificate::shared();
@@ -369,16 +349,6 @@ void tst_APIClient::https()
     QVERIFY(accepted.wait());
     QSslConfiguration::setDefaultConfiguration(previous);
     QVERIFY(accepted.result->hasValue());
-}
-
-void tst_APIClient::completionIsNeverSynchronous()
-{
-    APIClient client;
-    bool called = false;
-    client.viewEvents(viewRequest(), u"http://exa mple.com"_s, {},
-                      [&](Expected<ViewEventsReply, APIFailure>) { called = true; });
-    QVERIFY(!called);
-    QTRY_VERIFY(called);
 }
 
 void tst_APIClient::redirectGuard_data()

@@ -1,7 +1,4 @@
-#include "apiresponse.h"
 #include "contentssize.h"
-#include "logging.h"
-#include "popupbanneraction.h"
 
 #include <QTest>
 
@@ -15,7 +12,6 @@ class tst_ContentsSize : public QObject
 private Q_SLOTS:
     void bounds_data();
     void bounds();
-    void boundsFailTheAction();
     void resolve_data();
     void resolve();
 };
@@ -49,24 +45,6 @@ void tst_ContentsSize::bounds()
     QFETCH(QString, error);
     const auto unit = percentage ? ContentsLength::Unit::Percentage : ContentsLength::Unit::Px;
     QCOMPARE(ContentsLength::boundsError(length, unit).value_or(QString()), error);
-}
-
-void tst_ContentsSize::boundsFailTheAction()
-{
-    QStringList warnings;
-    const auto previous
-        = detail::setWarningSink([&](const QString &line) { warnings.append(line); });
-    const auto decoded = decodeAPIResponse(R"({"actions": [{"meta": {"scenario_id": "s",
-        "updated_at": "2024-05-01T09:30:00Z", "action_type": "popup_banner"},
-        "creative": {"image": {"url": ""}},
-        "layout": {"size": {"width": {"length": 10, "unit": "px"}, "height": {"length": 0, "unit": "percentage"}}}}]})");
-    detail::setWarningSink(previous);
-    QVERIFY(decoded.hasValue());
-    QVERIFY(decoded.value().actions.isEmpty());
-    QCOMPARE(warnings.size(), 1);
-    QVERIFY2(warnings.first().endsWith(u"percentage length must be between 1 and 100, got 0"_s),
-             qPrintable(warnings.first()));
-    QVERIFY(warnings.first().contains(u"height.length"_s));
 }
 
 void tst_ContentsSize::resolve_data()
