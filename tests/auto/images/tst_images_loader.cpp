@@ -2,8 +2,6 @@
 #include "imageloader.h"
 #include "testhttpserver.h"
 
-#include <QLoggingCategory>
-#include <QMutex>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -19,52 +17,28 @@ using velmora::test::TestHttpServer;
 
 namespace {
 
-// Collects the images debug log, which is where every refusal is explained.
-class LogCapture
-{
-public:
-    LogCapture() { s_instance = this, s_previous = qInstallMessageHandler(handler); }
-    ~LogCapture() { qInstallMessageHandler(s_previous), s_instance = nullptr; }
-
-    QStringList lines() const
-    {
-        QMutexLocker locker(&m_mutex);
-        return m_lines;
-    }
-
-private:
-    static void handler(QtMsgType type, const QMessageLogContext &context, const QString &text)
-    {
-        if (QByteArrayView(context.category) == "velmora.images") {
-            QMutexLocker locker(&s_instance->m_mutex);
-            s_instance->m_lines.append(text);
-            return;
-        }
-        s_previous(type, context, text);
-    }
-
-    static inline LogCapture *s_instance = nullptr;
-    static inline QtMessageHandler s_previous = nullptr;
-    mutable QMutex m_mutex;
-    QStringList m_lines;
-};
-
-QByteArray twoFrameGif()
+QByteArray twoFrameGif(qsizetype paddedTo = 0)
 {
     QImage first(24, 16, QImage::Format_RGB32);
     first.fill(Qt::red);
-    QImage second(24, 16, QImage::Format_RGB32);
+    QImage second = first;
     second.fill(Qt::blue);
-    return test::encodeGif({ GifFrame(first, 20), GifFrame(second, 30) }, first.size());
+    QByteArray gif = test::encodeGif({ GifFrame(first, 20), GifFrame(second, 30) }, first.size());
+    // A GIF decoder stops at the trailer, so padding keeps the image valid.
+    gif.append(std::max<qsizetype>(0, paddedTo - gif.size()), '\0');
+    return gif;
 }
 
-// Padding after the trailer keeps the GIF valid and makes a trickled body last: at 8 bytes
-// every 50 ms, about six seconds.
-QByteArray slowBody()
+Response withoutLength(Response response)
 {
-    QByteArray body = twoFrameGif();
-    body.append(1000 - body.size(), '\0');
-    return body;
+    response.omitContentLength = true;
+    return response;
+}
+
+// About six seconds to arrive, at 8 bytes every 50 ms.
+Response slowGif()
+{
+    return Response::withStatus(200, twoFrameGif(1000)).trickled(8, 50);
 }
 
 struct Outcome
@@ -82,59 +56,39 @@ class tst_ImageLoader : public QObject
 private Q_SLOTS:
     void initTestCase();
     void init();
-    void cleanup();
-
-    void refusedURLs_data();
-    void refusedURLs();
-    void status_data();
-    void status();
-    void announcedLengthOverLimit();
-    void bodyWithoutLength_data();
-    void bodyWithoutLength();
-    void redirects_data();
-    void redirects();
-    void secondLoadComesFromCache();
-    void timeouts_data();
-    void timeouts();
+    void load_data();
+    void load();
     void destroyedContextAbandonsLoad();
     void loadFromAnotherThread();
 
 private:
     std::shared_ptr<Outcome> startLoad(const QString &url, QObject *context = nullptr);
-    // Waits for the completion; check `delivered` before trusting `image`.
-    Outcome load(const QString &url);
     QString url(const QString &path) const { return m_server.url(path).toString(); }
-    bool logged(const QString &line) const { return m_log->lines().contains(line); }
 
     TestHttpServer m_server;
+    TestHttpServer m_plain;
     std::unique_ptr<QTemporaryDir> m_cacheDir;
     std::unique_ptr<ImageLoader> m_loader;
-    std::unique_ptr<LogCapture> m_log;
     QObject m_context;
 };
 
 void tst_ImageLoader::initTestCase()
 {
-    QLoggingCategory::setFilterRules(u"velmora.images.debug=true"_s);
     QVERIFY(TestCertificate::shared());
     QVERIFY(m_server.listen(TestHttpServer::Mode::Https));
+    QVERIFY(m_plain.listen(TestHttpServer::Mode::Http));
+    m_plain.setDefaultResponse(Response::withStatus(200, twoFrameGif()));
 }
 
 void tst_ImageLoader::init()
 {
     m_server.clearRoutes();
     m_server.clear();
+    m_plain.clear();
     m_cacheDir = std::make_unique<QTemporaryDir>();
     QVERIFY(m_cacheDir->isValid());
     m_loader = std::make_unique<ImageLoader>(m_cacheDir->path());
     m_loader->setSslConfiguration(TestCertificate::shared()->clientConfiguration());
-    m_log = std::make_unique<LogCapture>();
-}
-
-void tst_ImageLoader::cleanup()
-{
-    m_log.reset();
-    m_loader.reset();
 }
 
 std::shared_ptr<Outcome> tst_ImageLoader::startLoad(const QString &url, QObject *context)
@@ -148,183 +102,91 @@ std::shared_ptr<Outcome> tst_ImageLoader::startLoad(const QString &url, QObject 
     return outcome;
 }
 
-Outcome tst_ImageLoader::load(const QString &url)
+void tst_ImageLoader::load_data()
 {
-    const auto outcome = startLoad(url);
-    (void)QTest::qWaitFor([&] { return outcome->delivered; }, 15000);
-    return *outcome;
-}
-
-void tst_ImageLoader::refusedURLs_data()
-{
+    // Loaded from this HTTPS server; %1 is its port, %2 the port of a plain HTTP one that
+    // serves the same image.
     QTest::addColumn<QString>("url");
-    const QString port = QString::number(m_server.port());
-    QTest::newRow("http") << u"http://127.0.0.1:"_s + port + u"/a.gif"_s;
-    QTest::newRow("upper-case HTTPS") << u"HTTPS://127.0.0.1:"_s + port + u"/a.gif"_s;
-    QTest::newRow("mixed-case scheme") << u"Https://127.0.0.1:"_s + port + u"/a.gif"_s;
-    QTest::newRow("leading space") << u" https://127.0.0.1:"_s + port + u"/a.gif"_s;
-    QTest::newRow("no host") << u"https://"_s;
-    QTest::newRow("relative") << u"/a.gif"_s;
-    QTest::newRow("empty") << QString();
+    // At /image; /to-http, /to-HTTPS and /to-https redirect there with that scheme.
+    QTest::addColumn<Response>("response");
+    QTest::addColumn<int>("loads");
+    QTest::addColumn<int>("requests"); // that reach the HTTPS server
+    QTest::addColumn<bool>("accepted");
+    QTest::addColumn<bool>("shortTimeouts"); // 400 ms per request, 800 ms in all
+
+    const QString image = u"https://127.0.0.1:%1/image"_s;
+    const Response gif = Response::withStatus(200, twoFrameGif());
+    const auto row = [](const char *name, const QString &url, const Response &response,
+                        int requests, bool accepted, int loads = 1, bool shortTimeouts = false) {
+        QTest::newRow(name) << url << response << loads << requests << accepted << shortTimeouts;
+    };
+    row("https", image, gif, 1, true);
+    row("http", u"http://127.0.0.1:%2/image"_s, gif, 0, false);
+    row("upper-case HTTPS", u"HTTPS://127.0.0.1:%1/image"_s, gif, 0, false);
+    for (const int status : { 204, 206, 404 })
+        row(qPrintable(u"status %1"_s.arg(status)), image,
+            Response::withStatus(status, twoFrameGif()), 1, false);
+    // The body would take over an hour; only a refusal on the header ends the load in time.
+    row("announced 30,000,000 bytes", image,
+        Response::withStatus(200, QByteArray(4096, 'x'))
+            .header("Content-Length", "30000000")
+            .trickled(1, 1000),
+        1, false);
+    row("20,971,520 bytes without a length", image,
+        withoutLength(Response::withStatus(200, twoFrameGif(ImageLoader::byteLimit))), 1, true);
+    row("20,971,521 bytes without a length", image,
+        withoutLength(Response::withStatus(200, twoFrameGif(ImageLoader::byteLimit + 1))), 1,
+        false);
+    row("redirect to http", u"https://127.0.0.1:%1/to-http"_s, gif, 1, false);
+    row("redirect to upper-case HTTPS", u"https://127.0.0.1:%1/to-HTTPS"_s, gif, 1, false);
+    row("redirect to https", u"https://127.0.0.1:%1/to-https"_s, gif, 2, true);
+    row("second load from the cache", image,
+        Response::withStatus(200, twoFrameGif()).header("Cache-Control", "max-age=3600"), 1, true,
+        2);
+    row("silent server", image, Response::hang(), 1, false, 1, true);
+    // A trickle that never falls silent for long is cut only by the deadline for the whole.
+    row("slow trickle", image, slowGif(), 1, false, 1, true);
 }
 
-void tst_ImageLoader::refusedURLs()
+void tst_ImageLoader::load()
 {
     QFETCH(QString, url);
-    m_server.setDefaultResponse(Response::withStatus(200, twoFrameGif()));
-    const auto outcome = startLoad(url);
-    QVERIFY2(!outcome->delivered, "the completion must not run inside load()");
-    QTRY_VERIFY(outcome->delivered);
-    QVERIFY(!outcome->image);
-    QVERIFY(logged(u"ImageLoader: rejected non-HTTPS or invalid URL: "_s + url));
-    QTest::qWait(50);
-    QCOMPARE(m_server.requestCount(), 0);
-}
-
-void tst_ImageLoader::status_data()
-{
-    QTest::addColumn<int>("status");
-    QTest::newRow("200") << 200;
-    QTest::newRow("204") << 204;
-    QTest::newRow("206") << 206;
-    QTest::newRow("404") << 404;
-    QTest::newRow("500") << 500;
-}
-
-void tst_ImageLoader::status()
-{
-    QFETCH(int, status);
-    m_server.setResponse(
-        u"/image"_s, Response::withStatus(status, status == 204 ? QByteArray() : twoFrameGif()));
-    const QString target = url(u"/image"_s);
-    const auto [delivered, image] = load(target);
-    QVERIFY(delivered);
-    QCOMPARE(m_server.requestCount(), 1);
-    if (status == 200) {
-        QVERIFY(image && image->isAnimated());
-        QCOMPARE(image->size(), QSize(24, 16));
-        QCOMPARE(image->animatedSource()->delays(), (QList<double> { 0.2, 0.3 }));
-    } else {
-        QVERIFY(!image);
-        QVERIFY(logged(u"ImageLoader HTTP error for "_s + target + u": status "_s
-                       + QString::number(status)));
-    }
-}
-
-void tst_ImageLoader::announcedLengthOverLimit()
-{
-    // The body would take minutes to arrive; only a refusal on the header ends this quickly.
-    m_server.setResponse(u"/huge"_s,
-                         Response::withStatus(200, QByteArray(4096, 'x'))
-                             .header("Content-Length", "30000000")
-                             .trickled(1, 1000));
-    const QString target = url(u"/huge"_s);
-    QElapsedTimer timer;
-    timer.start();
-    const Outcome outcome = load(target);
-    QVERIFY(outcome.delivered && !outcome.image);
-    QVERIFY(timer.elapsed() < 5000);
-    QVERIFY(
-        logged(u"ImageLoader: rejected oversized response (expectedContentLength=30000000) for "_s
-               + target));
-}
-
-void tst_ImageLoader::bodyWithoutLength_data()
-{
-    QTest::addColumn<qsizetype>("size");
-    QTest::addColumn<bool>("accepted");
-    QTest::newRow("at the limit") << qsizetype(ImageLoader::byteLimit) << true;
-    QTest::newRow("one byte over") << qsizetype(ImageLoader::byteLimit + 1) << false;
-}
-
-void tst_ImageLoader::bodyWithoutLength()
-{
-    QFETCH(qsizetype, size);
-    QFETCH(bool, accepted);
-    // A GIF decoder stops at the trailer, so padding keeps the image valid.
-    QByteArray body = twoFrameGif();
-    body.append(size - body.size(), '\0');
-    Response response = Response::withStatus(200, body);
-    response.omitContentLength = true;
-    m_server.setResponse(u"/unannounced"_s, response);
-
-    const auto [delivered, image] = load(url(u"/unannounced"_s));
-    QVERIFY(delivered);
-    QCOMPARE(bool(image), accepted);
-    QCOMPARE(logged(u"ImageLoader: response exceeds 20971520 bytes, aborting"_s), !accepted);
-}
-
-void tst_ImageLoader::redirects_data()
-{
-    QTest::addColumn<QString>("location"); // %1: this server's port, %2: the plain HTTP one's
-    QTest::addColumn<bool>("followed");
-    QTest::newRow("to http") << u"http://127.0.0.1:%2/image"_s << false;
-    QTest::newRow("to upper-case HTTPS") << u"HTTPS://127.0.0.1:%1/image"_s << false;
-    QTest::newRow("to https") << u"https://127.0.0.1:%1/image"_s << true;
-    QTest::newRow("relative") << u"/image"_s << true;
-}
-
-void tst_ImageLoader::redirects()
-{
-    QFETCH(QString, location);
-    QFETCH(bool, followed);
-    TestHttpServer plain;
-    QVERIFY(plain.listen(TestHttpServer::Mode::Http));
-    plain.setDefaultResponse(Response::withStatus(200, twoFrameGif()));
-    m_server.setResponse(u"/image"_s, Response::withStatus(200, twoFrameGif()));
-    const QString target = QString(location)
-                               .replace(u"%1"_s, QString::number(m_server.port()))
-                               .replace(u"%2"_s, QString::number(plain.port()));
-    m_server.setResponse(u"/moved"_s, Response::redirect(302, target.toUtf8()));
-
-    const QString start = url(u"/moved"_s);
-    const auto [delivered, image] = load(start);
-    QVERIFY(delivered);
-    QCOMPARE(bool(image), followed);
-    QCOMPARE(plain.requestCount(), 0);
-    QCOMPARE(m_server.requestCount(), followed ? 2 : 1);
-    if (!followed)
-        QVERIFY(logged(u"ImageLoader HTTP error for "_s + start + u": status 302"_s));
-}
-
-void tst_ImageLoader::secondLoadComesFromCache()
-{
-    m_server.setResponse(
-        u"/cached"_s,
-        Response::withStatus(200, twoFrameGif()).header("Cache-Control", "max-age=3600"));
-    const auto first = load(url(u"/cached"_s)).image;
-    QVERIFY(first);
-    const auto second = load(url(u"/cached"_s)).image;
-    QVERIFY(second && second->isAnimated());
-    QCOMPARE(second->firstFrame(), first->firstFrame());
-    QCOMPARE(m_server.requestCount(), 1);
-}
-
-void tst_ImageLoader::timeouts_data()
-{
-    QTest::addColumn<Response>("response");
-    // A trickle that never falls silent for long is cut only by the end-to-end deadline.
-    QTest::newRow("slow trickle") << Response::withStatus(200, slowBody()).trickled(8, 50);
-    QTest::newRow("silent server") << Response::hang();
-}
-
-void tst_ImageLoader::timeouts()
-{
     QFETCH(Response, response);
-    m_loader->setTimeouts({ std::chrono::milliseconds(400), std::chrono::milliseconds(800) });
-    m_server.setResponse(u"/slow"_s, response);
-    const QString target = url(u"/slow"_s);
-    QElapsedTimer timer;
-    timer.start();
-    const Outcome outcome = load(target);
-    QVERIFY(outcome.delivered && !outcome.image);
-    QVERIFY2(timer.elapsed() < 3000, QByteArray::number(timer.elapsed()).constData());
-    QVERIFY(logged(u"ImageLoader error for "_s + target + u": The request timed out."_s));
+    QFETCH(int, loads);
+    QFETCH(int, requests);
+    QFETCH(bool, accepted);
+    QFETCH(bool, shortTimeouts);
+
+    const QString https = QString::number(m_server.port());
+    const QString http = QString::number(m_plain.port());
+    const auto ports
+        = [&](QString text) { return text.replace(u"%1"_s, https).replace(u"%2"_s, http); };
+    m_server.setResponse(u"/image"_s, response);
+    for (const QString &to :
+         { u"http://127.0.0.1:%2"_s, u"HTTPS://127.0.0.1:%1"_s, u"https://127.0.0.1:%1"_s }) {
+        m_server.setResponse(u"/to-"_s + to.left(to.indexOf(u':')),
+                             Response::redirect(302, ports(to + u"/image"_s).toUtf8()));
+    }
+
+    if (shortTimeouts)
+        m_loader->setTimeouts({ std::chrono::milliseconds(400), std::chrono::milliseconds(800) });
+    for (int i = 0; i < loads; ++i) {
+        const auto outcome = startLoad(ports(url));
+        QVERIFY2(!outcome->delivered, "the completion must not run inside load()");
+        // Well before a trickled body ends or a default timeout strikes.
+        QTRY_VERIFY_WITH_TIMEOUT(outcome->delivered, 15000);
+        QCOMPARE(bool(outcome->image), accepted);
+        if (accepted)
+            QCOMPARE(outcome->image->animatedSource()->delays(), (QList<double> { 0.2, 0.3 }));
+    }
+    QTest::qWait(50);
+    QCOMPARE(m_server.requestCount(), requests);
+    QCOMPARE(m_plain.requestCount(), 0);
 }
 
 void tst_ImageLoader::destroyedContextAbandonsLoad()
 {
-    m_server.setResponse(u"/slow"_s, Response::withStatus(200, slowBody()).trickled(8, 50));
+    m_server.setResponse(u"/slow"_s, slowGif());
     auto context = std::make_unique<QObject>();
     const auto outcome = startLoad(url(u"/slow"_s), context.get());
     QTRY_COMPARE(m_server.requestCount(), 1);
