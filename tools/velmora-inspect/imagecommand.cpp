@@ -2,7 +2,6 @@
 #include "command.h"
 #include "imageloader.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -21,21 +20,11 @@ QString jsonNumber(double value)
 
 int runImage(const QStringList &args)
 {
-    if (args.size() != 1) {
-        printErr(u"usage: velmora-inspect image FILE"_s);
-        return Usage;
-    }
-    QFile file(args.first());
-    if (!file.open(QIODevice::ReadOnly)) {
-        printErr(u"cannot read "_s + args.first() + u": "_s + file.errorString());
-        return Unreadable;
-    }
     // One byte past the limit is all the loader would ever hold; the decoder refuses it.
-    const QByteArray data = file.read(ImageLoader::byteLimit + 1);
-    if (file.error() != QFileDevice::NoError) {
-        printErr(u"cannot read "_s + args.first() + u": "_s + file.errorString());
-        return Unreadable;
-    }
+    QByteArray data;
+    if (const auto status
+        = readFileArgument(args, u"image FILE"_s, &data, ImageLoader::byteLimit + 1))
+        return *status;
 
     const std::optional<LoadedImage> image = AnimatedImageDecoder::decode(data);
     if (!image) {

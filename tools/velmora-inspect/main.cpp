@@ -1,6 +1,7 @@
 #include "command.h"
 
 #include <QCoreApplication>
+#include <QFile>
 
 #include <cstdio>
 
@@ -32,6 +33,23 @@ bool registerCommand(Command command)
 const QList<Command> &commands()
 {
     return registry();
+}
+
+std::optional<int> readFileArgument(const QStringList &args, const QString &usage, QByteArray *data,
+                                    qint64 maxBytes)
+{
+    if (args.size() != 1) {
+        printErr(u"usage: velmora-inspect "_s + usage);
+        return Usage;
+    }
+    QFile file(args.first());
+    if (file.open(QIODevice::ReadOnly))
+        *data = maxBytes < 0 ? file.readAll() : file.read(maxBytes);
+    if (!file.isOpen() || file.error() != QFileDevice::NoError) {
+        printErr(u"cannot read "_s + args.first() + u": "_s + file.errorString());
+        return Unreadable;
+    }
+    return std::nullopt;
 }
 
 void printOut(const QString &line)

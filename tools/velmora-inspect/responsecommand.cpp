@@ -2,7 +2,6 @@
 #include "apiresponse.h"
 #include "command.h"
 
-#include <QFile>
 #include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
@@ -13,17 +12,11 @@ namespace {
 
 int runResponse(const QStringList &args)
 {
-    if (args.size() != 1) {
-        printErr(u"usage: velmora-inspect response FILE"_s);
-        return Usage;
-    }
-    QFile file(args.first());
-    if (!file.open(QIODevice::ReadOnly)) {
-        printErr(u"cannot read "_s + args.first() + u": "_s + file.errorString());
-        return Unreadable;
-    }
+    QByteArray body;
+    if (const auto status = readFileArgument(args, u"response FILE"_s, &body))
+        return *status;
     // The library prints its own warnings to standard output as it decodes.
-    auto decoded = decodeAPIResponse(file.readAll());
+    auto decoded = decodeAPIResponse(body);
     if (!decoded) {
         printErr(u"the response is rejected as a whole: "_s + decoded.error().description);
         return Failed;
