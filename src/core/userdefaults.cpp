@@ -26,6 +26,10 @@ std::optional<QString> SettingsUserDefaults::string(const QString &key) const
 
 void SettingsUserDefaults::set(const std::optional<QString> &value, const QString &key)
 {
+    // The back end echoes the same ids on every answer; only a change is worth a disk write on
+    // the GUI thread.
+    if (string(key) == value)
+        return;
     if (value)
         m_settings->setValue(key, *value);
     else

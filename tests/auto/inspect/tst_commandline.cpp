@@ -49,7 +49,7 @@ QString example(const QString &name)
 
 } // namespace
 
-class tst_Inspect : public QObject
+class tst_CommandLine : public QObject
 {
     Q_OBJECT
 
@@ -65,7 +65,7 @@ private Q_SLOTS:
     void reactExitStatus();
 };
 
-void tst_Inspect::responseOrderAndLint()
+void tst_CommandLine::responseOrderAndLint()
 {
     const Run run = inspect({ u"response"_s, example(u"home.json"_s) });
     QCOMPARE(run.exitCode, 0);
@@ -94,7 +94,7 @@ void tst_Inspect::responseOrderAndLint()
     QCOMPARE(actions[0][u"lint"_s].toArray().size(), 0);
 }
 
-void tst_Inspect::responseExitStatus_data()
+void tst_CommandLine::responseExitStatus_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<int>("exitCode");
@@ -103,7 +103,7 @@ void tst_Inspect::responseExitStatus_data()
     QTest::newRow("missing file") << u"/nonexistent/response.json"_s << 2;
 }
 
-void tst_Inspect::responseExitStatus()
+void tst_CommandLine::responseExitStatus()
 {
     QFETCH(QString, file);
     QFETCH(int, exitCode);
@@ -118,7 +118,7 @@ void tst_Inspect::responseExitStatus()
     }
 }
 
-void tst_Inspect::fetchShowsWhatWouldDisplay()
+void tst_CommandLine::fetchShowsWhatWouldDisplay()
 {
     TestHttpServer server;
     QVERIFY(server.listen());
@@ -167,7 +167,7 @@ void tst_Inspect::fetchShowsWhatWouldDisplay()
     QCOMPARE(server.lastRequest().header("x-api-key"), QByteArray("k"));
 }
 
-void tst_Inspect::fetchReportsErrors_data()
+void tst_CommandLine::fetchReportsErrors_data()
 {
     QTest::addColumn<QStringList>("args");
     QTest::addColumn<Response>("response");
@@ -191,7 +191,7 @@ void tst_Inspect::fetchReportsErrors_data()
                                << Response::json("{}") << QString() << 64;
 }
 
-void tst_Inspect::fetchReportsErrors()
+void tst_CommandLine::fetchReportsErrors()
 {
     QFETCH(QStringList, args);
     QFETCH(Response, response);
@@ -214,7 +214,7 @@ void tst_Inspect::fetchReportsErrors()
         QCOMPARE(errors[0].toString(), error);
 }
 
-void tst_Inspect::fetchKeepsVisitorInState()
+void tst_CommandLine::fetchKeepsVisitorInState()
 {
     TestHttpServer server;
     QVERIFY(server.listen());
@@ -234,7 +234,7 @@ void tst_Inspect::fetchKeepsVisitorInState()
     QCOMPARE(server.requests()[1].header("x-vorpex-visitor-id"), QByteArray("v-77"));
 }
 
-void tst_Inspect::reactExitStatus_data()
+void tst_CommandLine::reactExitStatus_data()
 {
     QTest::addColumn<QList<Response>>("responses");
     QTest::addColumn<int>("requests");
@@ -244,7 +244,7 @@ void tst_Inspect::reactExitStatus_data()
         << QList<Response> { Response::withStatus(404) } << 1 << 1;
 }
 
-void tst_Inspect::reactExitStatus()
+void tst_CommandLine::reactExitStatus()
 {
     QFETCH(QList<Response>, responses);
     QFETCH(int, requests);
@@ -261,5 +261,5 @@ void tst_Inspect::reactExitStatus()
     QCOMPARE(server.lastRequest().json()[u"reaction"_s].toString(), u"close"_s);
 }
 
-QTEST_GUILESS_MAIN(tst_Inspect)
-#include "tst_inspect.moc"
+QTEST_GUILESS_MAIN(tst_CommandLine)
+#include "tst_commandline.moc"

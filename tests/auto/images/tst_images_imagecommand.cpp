@@ -66,4 +66,4 @@ void tst_InspectImage::image()
 }
 
 QTEST_GUILESS_MAIN(tst_InspectImage)
-#include "tst_images_inspect.moc"
+#include "tst_images_imagecommand.moc"
