@@ -1,7 +1,7 @@
 // Decoding a 1,000-action view-event response, as a ratio to a bare QJsonDocument::fromJson
 // of the same bytes measured in the same run: what the library's tolerant, typed decoding
 // costs on top of parsing the JSON at all.
-#include "apiresponse.h"
+#include "network/apiresponse.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

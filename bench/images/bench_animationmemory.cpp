@@ -1,8 +1,8 @@
 // Peak memory while decoding the largest animation 100 frames may be, against the pixel bound
 // of 30,000,000 pixels at 4 bytes (the most an accepted animation may hold) and against the
 // bytes the decoded frames actually occupy, both in the same run.
-#include "animatedimagedecoder.h"
 #include "benchgif.h"
+#include "images/animatedimagedecoder.h"
 
 #include <QCoreApplication>
 #include <QFile>

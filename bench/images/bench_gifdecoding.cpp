@@ -1,8 +1,8 @@
 // Decode throughput of a 100-frame GIF: the library's decoder (Qt's GIF reader) against
 // giflib on the same bytes in the same run, with the same composited output checked
 // frame by frame.
-#include "animatedimagedecoder.h"
 #include "benchgif.h"
+#include "images/animatedimagedecoder.h"
 
 #include <QBuffer>
 #include <QCoreApplication>

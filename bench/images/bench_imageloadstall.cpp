@@ -2,8 +2,8 @@
 // HTTPS, against the longest stall of the same idle event loop measured first. The server runs
 // on a thread of its own so that only the loader's work lands on the GUI thread.
 #include "benchgif.h"
-#include "imageloader.h"
-#include "testhttpserver.h"
+#include "httpserver/httpserver.h"
+#include "images/imageloader.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -18,9 +18,9 @@
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
-using velmora::test::Response;
-using velmora::test::TestCertificate;
-using velmora::test::TestHttpServer;
+using velmora::loopback::Certificate;
+using velmora::loopback::HttpServer;
+using velmora::loopback::Response;
 
 namespace {
 
@@ -115,7 +115,7 @@ void spin(int ms)
 int main(int argc, char *argv[])
 {
     TimedApplication app(argc, argv);
-    const TestCertificate *certificate = TestCertificate::shared();
+    const Certificate *certificate = Certificate::shared();
     if (!certificate) {
         std::printf("no test certificate (openssl missing?)\n");
         return 1;
@@ -126,13 +126,13 @@ int main(int argc, char *argv[])
     QObject serverSide; // runs functions on the server's thread
     serverSide.moveToThread(&serverThread);
     serverThread.start();
-    std::unique_ptr<TestHttpServer> server;
+    std::unique_ptr<HttpServer> server;
     quint16 port = 0;
     QMetaObject::invokeMethod(
         &serverSide,
         [&] {
-            server = std::make_unique<TestHttpServer>();
-            server->listen(TestHttpServer::Mode::Https);
+            server = std::make_unique<HttpServer>();
+            server->listen(HttpServer::Mode::Https);
             server->setDefaultResponse(Response::withStatus(200, gif));
             port = server->port();
         },

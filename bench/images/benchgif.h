@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gifwriter.h"
+#include "gifwriter/gifwriter.h"
 
 #include <QImage>
 

@@ -4,17 +4,17 @@
 // excluded. Reported as p50/p99, and as a ratio to parsing the same answer with
 // QJsonDocument::fromJson measured in the same run (what the GUI thread would pay if it even
 // only parsed the answer itself).
-#include "apiresponse.h"
-#include "embeddedbannerstore.h"
-#include "logging.h"
-#include "messagedisplaycoordinator.h"
-#include "messageservice.h"
-#include "popupbannerpresentertype.h"
-#include "popupbannerstore.h"
-#include "popupmodalpresentertype.h"
-#include "sdkconfiguration.h"
-#include "useridentityrepository.h"
-#include "velmorainappmessagingdelegate.h"
+#include "common/logging.h"
+#include "config/sdkconfiguration.h"
+#include "config/useridentityrepository.h"
+#include "network/apiresponse.h"
+#include "presentation/embeddedbannerstore.h"
+#include "presentation/messagedisplaycoordinator.h"
+#include "presentation/popupbannerpresentertype.h"
+#include "presentation/popupbannerstore.h"
+#include "presentation/popupmodalpresentertype.h"
+#include "service/messageservice.h"
+#include <VelmoraInAppMessaging/velmorainappmessagingdelegate.h>
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

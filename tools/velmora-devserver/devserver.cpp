@@ -1,7 +1,7 @@
 #include "devserver.h"
 
-#include "testcertificate.h"
-#include "testhttpserver.h"
+#include "httpserver/certificate.h"
+#include "httpserver/httpserver.h"
 
 #include <QCryptographicHash>
 #include <QDateTime>
@@ -21,7 +21,7 @@ namespace velmora::devserver {
 
 namespace {
 
-using test::Response;
+using velmora::loopback::Response;
 
 constexpr QByteArrayView VisitorHeader("x-vorpex-visitor-id");
 constexpr QByteArrayView CustomerHeader("x-vorpex-customer-id");
@@ -78,9 +78,9 @@ QString quoteIfNeeded(const QString &value)
     return u'"' + quoted + u'"';
 }
 
-std::optional<test::TestCertificate> usableCertificate(const QString &dir)
+std::optional<loopback::Certificate> usableCertificate(const QString &dir)
 {
-    auto certificate = test::TestCertificate::load(dir);
+    auto certificate = loopback::Certificate::load(dir);
     if (!certificate)
         return std::nullopt;
     const QDateTime now = QDateTime::currentDateTimeUtc();
@@ -94,12 +94,12 @@ std::optional<test::TestCertificate> usableCertificate(const QString &dir)
 
 struct DevServer::Exchange
 {
-    explicit Exchange(const test::RecordedRequest &request)
+    explicit Exchange(const loopback::RecordedRequest &request)
         : request(request)
         , path(QUrl::fromPercentEncoding(request.path().toUtf8()))
     { }
 
-    const test::RecordedRequest &request;
+    const loopback::RecordedRequest &request;
     QString path; // percent-decoded
     // Name/value pairs for the log line, then bare words such as "injected".
     QList<std::pair<QString, QString>> fields;
@@ -142,7 +142,7 @@ bool DevServer::start(QString *errorMessage)
         return fail(u"cannot create the state folder "_s + tlsDir);
     auto certificate = usableCertificate(tlsDir);
     if (!certificate) {
-        certificate = test::TestCertificate::generate(tlsDir, CertificateDays);
+        certificate = loopback::Certificate::generate(tlsDir, CertificateDays);
         if (!certificate)
             return fail(u"cannot make a certificate in "_s + tlsDir
                         + u" (the openssl command line tool is needed)"_s);
@@ -152,14 +152,16 @@ bool DevServer::start(QString *errorMessage)
 
     loadVisitors();
 
-    m_http = std::make_unique<test::TestHttpServer>();
-    m_https = std::make_unique<test::TestHttpServer>();
+    m_http = std::make_unique<loopback::HttpServer>();
+    m_https = std::make_unique<loopback::HttpServer>();
     m_https->setCertificate(*certificate);
-    m_http->setDefaultHandler([this](const test::RecordedRequest &r) { return handle(r, false); });
-    m_https->setDefaultHandler([this](const test::RecordedRequest &r) { return handle(r, true); });
-    if (!m_http->listen(test::TestHttpServer::Mode::Http, m_options.port))
+    m_http->setDefaultHandler(
+        [this](const loopback::RecordedRequest &r) { return handle(r, false); });
+    m_https->setDefaultHandler(
+        [this](const loopback::RecordedRequest &r) { return handle(r, true); });
+    if (!m_http->listen(loopback::HttpServer::Mode::Http, m_options.port))
         return fail(u"cannot listen on 127.0.0.1 port "_s + QString::number(m_options.port));
-    if (!m_https->listen(test::TestHttpServer::Mode::Https, m_options.httpsPort))
+    if (!m_https->listen(loopback::HttpServer::Mode::Https, m_options.httpsPort))
         return fail(u"cannot listen on 127.0.0.1 port "_s + QString::number(m_options.httpsPort)
                     + u" (HTTPS)"_s);
     return true;
@@ -243,7 +245,7 @@ QStringList DevServer::startupBanner() const
     };
 }
 
-Response DevServer::handle(const test::RecordedRequest &request, bool secure)
+Response DevServer::handle(const loopback::RecordedRequest &request, bool secure)
 {
     Exchange exchange(request);
     const QString &base = m_options.basePath;
@@ -284,7 +286,7 @@ bool DevServer::shouldFail(Endpoint endpoint)
 
 Response DevServer::handleApi(Exchange &exchange, Endpoint endpoint)
 {
-    const test::RecordedRequest &request = exchange.request;
+    const loopback::RecordedRequest &request = exchange.request;
     if (request.method != "POST") {
         exchange.tags.append(u"not-post"_s);
         return jsonAnswer(405, u"method_not_allowed"_s, u"use POST"_s)
@@ -410,7 +412,7 @@ Response DevServer::handleReaction(Exchange &exchange, const QJsonObject &body)
 
 Response DevServer::handleFile(Exchange &exchange)
 {
-    const test::RecordedRequest &request = exchange.request;
+    const loopback::RecordedRequest &request = exchange.request;
     if (request.method != "GET" && request.method != "HEAD")
         return Response::withStatus(405).header(QByteArrayLiteral("Allow"),
                                                 QByteArrayLiteral("GET, HEAD"));
@@ -439,7 +441,7 @@ Response DevServer::handleFile(Exchange &exchange)
 
 void DevServer::applyIdentity(Exchange &exchange, const QJsonObject &meta)
 {
-    const test::RecordedRequest &request = exchange.request;
+    const loopback::RecordedRequest &request = exchange.request;
     const QJsonValue customerValue = meta.value(u"customer_id"_s);
     const QString customerId = customerValue.isString() ? customerValue.toString() : QString();
 

@@ -13,11 +13,11 @@
 #include <memory>
 #include <optional>
 
-namespace velmora::test {
-class TestHttpServer;
+namespace velmora::loopback {
+class HttpServer;
 struct RecordedRequest;
 struct Response;
-} // namespace velmora::test
+} // namespace velmora::loopback
 
 namespace velmora::devserver {
 
@@ -69,22 +69,22 @@ private:
     };
     struct Exchange;
 
-    test::Response handle(const test::RecordedRequest &request, bool secure);
-    test::Response handleApi(Exchange &exchange, Endpoint endpoint);
-    test::Response handleView(Exchange &exchange, const QJsonObject &body);
-    test::Response handleReaction(Exchange &exchange, const QJsonObject &body);
-    test::Response handleFile(Exchange &exchange);
+    loopback::Response handle(const loopback::RecordedRequest &request, bool secure);
+    loopback::Response handleApi(Exchange &exchange, Endpoint endpoint);
+    loopback::Response handleView(Exchange &exchange, const QJsonObject &body);
+    loopback::Response handleReaction(Exchange &exchange, const QJsonObject &body);
+    loopback::Response handleFile(Exchange &exchange);
     bool shouldFail(Endpoint endpoint);
     void applyIdentity(Exchange &exchange, const QJsonObject &meta);
     QString issueVisitorId();
     void loadVisitors();
     void saveVisitors() const;
-    void log(const Exchange &exchange, const test::Response &response);
+    void log(const Exchange &exchange, const loopback::Response &response);
 
     Options m_options;
     QString m_caFile;
-    std::unique_ptr<test::TestHttpServer> m_http;
-    std::unique_ptr<test::TestHttpServer> m_https;
+    std::unique_ptr<loopback::HttpServer> m_http;
+    std::unique_ptr<loopback::HttpServer> m_https;
     QRandomGenerator m_random;
     QHash<QString, Visitor> m_visitors;
 };

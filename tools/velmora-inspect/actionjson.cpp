@@ -1,10 +1,10 @@
 #include "actionjson.h"
 
-#include "colors.h"
-#include "embeddedbanneraction.h"
-#include "httpsredirectguarddelegate.h"
-#include "linkopening.h"
-#include "popupbanneraction.h"
+#include "network/httpsredirectguarddelegate.h"
+#include "presentation/colors.h"
+#include "presentation/linkopening.h"
+#include <VelmoraInAppMessaging/embeddedbanneraction.h>
+#include <VelmoraInAppMessaging/popupbanneraction.h>
 
 #include <QJsonValue>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "inappmessageaction.h"
+#include "model/inappmessageaction.h"
 
 #include <QJsonArray>
 #include <QJsonObject>

@@ -1,6 +1,6 @@
-#include "animatedimagedecoder.h"
 #include "command.h"
-#include "imageloader.h"
+#include "images/animatedimagedecoder.h"
+#include "images/imageloader.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -1,6 +1,6 @@
 #include "actionjson.h"
-#include "apiresponse.h"
 #include "command.h"
+#include "network/apiresponse.h"
 
 #include <QJsonDocument>
 

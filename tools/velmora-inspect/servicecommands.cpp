@@ -2,18 +2,18 @@
 // store, with a coordinator that prints instead of drawing.
 #include "actionjson.h"
 #include "command.h"
-#include "customparameterbuilder.h"
-#include "displaycoordinatortype.h"
-#include "embeddedbannerstore.h"
-#include "messagedisplaycoordinator.h"
-#include "messageservice.h"
-#include "popupbanneraction.h"
-#include "popupbannerpresentertype.h"
-#include "popupbannerstore.h"
-#include "popupmodalpresentertype.h"
-#include "sdkconfiguration.h"
-#include "useridentityrepository.h"
-#include "velmorainappmessagingdelegate.h"
+#include "config/sdkconfiguration.h"
+#include "config/useridentityrepository.h"
+#include "presentation/embeddedbannerstore.h"
+#include "presentation/messagedisplaycoordinator.h"
+#include "presentation/popupbannerpresentertype.h"
+#include "presentation/popupbannerstore.h"
+#include "presentation/popupmodalpresentertype.h"
+#include "service/displaycoordinatortype.h"
+#include "service/messageservice.h"
+#include <VelmoraInAppMessaging/customparameterbuilder.h>
+#include <VelmoraInAppMessaging/popupbanneraction.h>
+#include <VelmoraInAppMessaging/velmorainappmessagingdelegate.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -101,7 +101,7 @@ public:
     }
     void finishLoading() override { m_coordinator.finishLoading(); }
     void displayMessage(const QList<InAppMessageAction> &actions, const QString &screenName,
-                        QWidget *target, const VerticalAnchor &top,
+                        QObject *target, const VerticalAnchor &top,
                         const VerticalAnchor &bottom) override
     {
         m_coordinator.displayMessage(actions, screenName, target, top, bottom);

@@ -1,8 +1,9 @@
-#include "apiclient.h"
-#include "httpsredirectguarddelegate.h"
-#include "sdkconfiguration.h"
-#include "testhttpserver.h"
-#include "useridentityrepository.h"
+#include "config/sdkconfiguration.h"
+#include "config/useridentityrepository.h"
+#include "httpserver/httpserver.h"
+#include "network/apiclient.h"
+#include "network/httpsredirectguarddelegate.h"
+#include <VelmoraInAppMessaging/underlyingerror.h>
 
 #include <QElapsedTimer>
 #include <QJsonArray>
@@ -15,8 +16,8 @@
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
-using velmora::test::Response;
-using velmora::test::TestHttpServer;
+using velmora::loopback::HttpServer;
+using velmora::loopback::Response;
 
 namespace {
 
@@ -77,7 +78,7 @@ private Q_SLOTS:
     void redirectGuard();
 
 private:
-    TestHttpServer m_server;
+    HttpServer m_server;
     QTemporaryDir m_dir;
 };
 
@@ -328,10 +329,10 @@ void tst_APIClient::cancellation()
 
 void tst_APIClient::https()
 {
-    const auto *certificate = test::TestCertificate::shared();
+    const auto *certificate = loopback::Certificate::shared();
     QVERIFY(certificate);
-    TestHttpServer secure;
-    QVERIFY(secure.listen(TestHttpServer::Mode::Https));
+    HttpServer secure;
+    QVERIFY(secure.listen(HttpServer::Mode::Https));
     secure.setDefaultResponse(Response::json(okBody));
 
     APIClient untrusting;

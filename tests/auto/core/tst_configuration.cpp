@@ -1,7 +1,7 @@
-#include "deviceinfo.h"
-#include "logging.h"
-#include "sdkconfiguration.h"
-#include "useridentityrepository.h"
+#include "common/logging.h"
+#include "config/deviceinfo.h"
+#include "config/sdkconfiguration.h"
+#include "config/useridentityrepository.h"
 
 #include <QRegularExpression>
 #include <QTemporaryDir>

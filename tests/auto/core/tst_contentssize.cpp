@@ -1,4 +1,4 @@
-#include "contentssize.h"
+#include <VelmoraInAppMessaging/contentssize.h>
 
 #include <QTest>
 

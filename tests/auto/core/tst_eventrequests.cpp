@@ -1,5 +1,5 @@
-#include "apirequest.h"
-#include "customparameterbuilder.h"
+#include "network/apirequest.h"
+#include <VelmoraInAppMessaging/customparameterbuilder.h>
 
 #include <QDateTime>
 #include <QJsonArray>

@@ -1,8 +1,8 @@
-#include "apiresponse.h"
-#include "embeddedbanneraction.h"
-#include "logging.h"
-#include "popupbanneraction.h"
-#include "popupmodalaction.h"
+#include "common/logging.h"
+#include "network/apiresponse.h"
+#include <VelmoraInAppMessaging/embeddedbanneraction.h>
+#include <VelmoraInAppMessaging/popupbanneraction.h>
+#include <VelmoraInAppMessaging/popupmodalaction.h>
 
 #include <QJsonDocument>
 #include <QJsonObject>

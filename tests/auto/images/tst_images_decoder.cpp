@@ -1,5 +1,5 @@
-#include "animatedimagedecoder.h"
-#include "gifwriter.h"
+#include "gifwriter/gifwriter.h"
+#include "images/animatedimagedecoder.h"
 
 #include <QBuffer>
 #include <QTest>

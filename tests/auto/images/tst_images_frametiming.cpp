@@ -1,5 +1,5 @@
-#include "animationclock.h"
-#include "frameselection.h"
+#include "images/animationclock.h"
+#include "images/frameselection.h"
 
 #include <QTest>
 

@@ -1,6 +1,6 @@
-#include "gifwriter.h"
-#include "imageloader.h"
-#include "testhttpserver.h"
+#include "gifwriter/gifwriter.h"
+#include "httpserver/httpserver.h"
+#include "images/imageloader.h"
 
 #include <QTemporaryDir>
 #include <QTest>
@@ -10,10 +10,10 @@
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
+using velmora::loopback::Certificate;
+using velmora::loopback::HttpServer;
+using velmora::loopback::Response;
 using velmora::test::GifFrame;
-using velmora::test::Response;
-using velmora::test::TestCertificate;
-using velmora::test::TestHttpServer;
 
 namespace {
 
@@ -65,8 +65,8 @@ private:
     std::shared_ptr<Outcome> startLoad(const QString &url, QObject *context = nullptr);
     QString url(const QString &path) const { return m_server.url(path).toString(); }
 
-    TestHttpServer m_server;
-    TestHttpServer m_plain;
+    HttpServer m_server;
+    HttpServer m_plain;
     std::unique_ptr<QTemporaryDir> m_cacheDir;
     std::unique_ptr<ImageLoader> m_loader;
     QObject m_context;
@@ -74,9 +74,9 @@ private:
 
 void tst_ImageLoader::initTestCase()
 {
-    QVERIFY(TestCertificate::shared());
-    QVERIFY(m_server.listen(TestHttpServer::Mode::Https));
-    QVERIFY(m_plain.listen(TestHttpServer::Mode::Http));
+    QVERIFY(Certificate::shared());
+    QVERIFY(m_server.listen(HttpServer::Mode::Https));
+    QVERIFY(m_plain.listen(HttpServer::Mode::Http));
     m_plain.setDefaultResponse(Response::withStatus(200, twoFrameGif()));
 }
 
@@ -88,7 +88,7 @@ void tst_ImageLoader::init()
     m_cacheDir = std::make_unique<QTemporaryDir>();
     QVERIFY(m_cacheDir->isValid());
     m_loader = std::make_unique<ImageLoader>(m_cacheDir->path());
-    m_loader->setSslConfiguration(TestCertificate::shared()->clientConfiguration());
+    m_loader->setSslConfiguration(Certificate::shared()->clientConfiguration());
 }
 
 std::shared_ptr<Outcome> tst_ImageLoader::startLoad(const QString &url, QObject *context)

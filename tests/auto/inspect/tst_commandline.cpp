@@ -1,6 +1,6 @@
 // The command-line contract of velmora-inspect that integrators' scripts rely on: the last
 // line of standard output is one JSON object, and exit statuses mean what they say.
-#include "testhttpserver.h"
+#include "httpserver/httpserver.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -10,8 +10,8 @@
 #include <QTest>
 
 using namespace Qt::StringLiterals;
-using velmora::test::Response;
-using velmora::test::TestHttpServer;
+using velmora::loopback::HttpServer;
+using velmora::loopback::Response;
 
 namespace {
 
@@ -120,7 +120,7 @@ void tst_CommandLine::responseExitStatus()
 
 void tst_CommandLine::fetchShowsWhatWouldDisplay()
 {
-    TestHttpServer server;
+    HttpServer server;
     QVERIFY(server.listen());
     QFile file(example(u"positions.json"_s));
     QVERIFY(file.open(QIODevice::ReadOnly));
@@ -197,7 +197,7 @@ void tst_CommandLine::fetchReportsErrors()
     QFETCH(Response, response);
     QFETCH(QString, error);
     QFETCH(int, exitCode);
-    TestHttpServer server;
+    HttpServer server;
     QVERIFY(server.listen());
     server.setDefaultResponse(response);
     QStringList all { u"fetch"_s, u"--api-key"_s, u"k"_s, u"--tenant"_s,
@@ -216,7 +216,7 @@ void tst_CommandLine::fetchReportsErrors()
 
 void tst_CommandLine::fetchKeepsVisitorInState()
 {
-    TestHttpServer server;
+    HttpServer server;
     QVERIFY(server.listen());
     server.enqueueResponse(
         u"/app_events/view"_s,
@@ -249,7 +249,7 @@ void tst_CommandLine::reactExitStatus()
     QFETCH(QList<Response>, responses);
     QFETCH(int, requests);
     QFETCH(int, exitCode);
-    TestHttpServer server;
+    HttpServer server;
     QVERIFY(server.listen());
     for (const auto &response : responses)
         server.enqueueResponse(u"/app_events/reaction"_s, response);

@@ -7,9 +7,9 @@
 //   "embedded:E1#hero"      embedded banner for component "hero" ("embedded:E2#" has none)
 //   "unsupported:U1=carousel"
 
-#include "actionclassification.h"
-#include "displayposition.h"
-#include "inappmessageaction.h"
+#include "model/inappmessageaction.h"
+#include "presentation/actionclassification.h"
+#include <VelmoraInAppMessaging/displayposition.h>
 
 #include <QStringList>
 

@@ -1,4 +1,4 @@
-#include "colors.h"
+#include "presentation/colors.h"
 
 #include <QTest>
 

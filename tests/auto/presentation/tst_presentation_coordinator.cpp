@@ -1,10 +1,10 @@
-#include "embeddedbannerstore.h"
-#include "messagedisplaycoordinator.h"
-#include "popupbannerpresentertype.h"
-#include "popupbannerstore.h"
-#include "popupmodalpresentertype.h"
+#include "presentation/embeddedbannerstore.h"
+#include "presentation/messagedisplaycoordinator.h"
+#include "presentation/popupbannerpresentertype.h"
+#include "presentation/popupbannerstore.h"
+#include "presentation/popupmodalpresentertype.h"
 #include "presentationfixtures.h"
-#include "velmorainappmessagingdelegate.h"
+#include <VelmoraInAppMessaging/velmorainappmessagingdelegate.h>
 
 #include <QTest>
 

@@ -1,4 +1,4 @@
-#include "embeddedbannerstore.h"
+#include "presentation/embeddedbannerstore.h"
 #include "presentationfixtures.h"
 
 #include <QDesktopServices>

@@ -1,4 +1,4 @@
-#include "popupbannerstore.h"
+#include "presentation/popupbannerstore.h"
 #include "presentationfixtures.h"
 
 #include <QTest>

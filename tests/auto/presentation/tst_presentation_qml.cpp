@@ -1,5 +1,5 @@
-#include "embeddedbannerstore.h"
-#include "popupbannerstore.h"
+#include "presentation/embeddedbannerstore.h"
+#include "presentation/popupbannerstore.h"
 #include "presentationfixtures.h"
 
 #include <QElapsedTimer>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "displaycoordinatortype.h"
-#include "velmorainappmessagingdelegate.h"
+#include "service/displaycoordinatortype.h"
+#include <VelmoraInAppMessaging/velmorainappmessagingdelegate.h>
 
 #include <QCoreApplication>
 #include <QStringList>
@@ -32,7 +32,7 @@ public:
     }
     void finishLoading() override { record(QStringLiteral("finishLoading")); }
     void displayMessage(const QList<InAppMessageAction> &actions, const QString &screenName,
-                        QWidget *target, const VerticalAnchor &, const VerticalAnchor &) override
+                        QObject *target, const VerticalAnchor &, const VerticalAnchor &) override
     {
         lastTarget = target;
         record(QStringLiteral("display:") + screenName + u':' + ids(actions));
@@ -53,7 +53,7 @@ public:
 
     int reactionHandlerInstalls = 0;
     bool calledOffGuiThread = false;
-    QWidget *lastTarget = nullptr;
+    QObject *lastTarget = nullptr;
 
 private:
     void record(const QString &entry)

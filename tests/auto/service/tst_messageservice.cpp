@@ -1,9 +1,10 @@
-#include "logging.h"
-#include "messageservice.h"
+#include "common/logging.h"
+#include "config/sdkconfiguration.h"
+#include "config/useridentityrepository.h"
+#include "httpserver/httpserver.h"
 #include "recordingcoordinator.h"
-#include "sdkconfiguration.h"
-#include "testhttpserver.h"
-#include "useridentityrepository.h"
+#include "service/messageservice.h"
+#include <VelmoraInAppMessaging/underlyingerror.h>
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -15,10 +16,10 @@
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
+using velmora::loopback::HttpServer;
+using velmora::loopback::Response;
 using velmora::test::RecordingCoordinator;
 using velmora::test::RecordingDelegate;
-using velmora::test::Response;
-using velmora::test::TestHttpServer;
 
 namespace {
 
@@ -107,7 +108,7 @@ private:
     }
 
     QTemporaryDir m_dir;
-    TestHttpServer m_server;
+    HttpServer m_server;
     QStringList m_log;
     QStringList m_warnings;
     detail::WarningSink m_previousSink;
@@ -250,13 +251,14 @@ void tst_MessageService::failuresReachTheDelegate()
 void tst_MessageService::newerScreenCancelsOlder()
 {
     configure();
-    m_server.setHandler(u"/vorpex/v1/app_events/view"_s, [](const test::RecordedRequest &request) {
-        const bool first = request.json()[u"meta"_s][u"screen_name"_s].toString() == u"first";
-        return first
-            ? Response::json(responseJson({ actionJson("a", "a", 1, "2024-05-01T00:00:00Z") }))
-                  .delayed(3000)
-            : Response::json(responseJson({ actionJson("b", "b", 1, "2024-05-01T00:00:00Z") }));
-    });
+    m_server.setHandler(
+        u"/vorpex/v1/app_events/view"_s, [](const loopback::RecordedRequest &request) {
+            const bool first = request.json()[u"meta"_s][u"screen_name"_s].toString() == u"first";
+            return first
+                ? Response::json(responseJson({ actionJson("a", "a", 1, "2024-05-01T00:00:00Z") }))
+                      .delayed(3000)
+                : Response::json(responseJson({ actionJson("b", "b", 1, "2024-05-01T00:00:00Z") }));
+        });
     screen(u"first"_s);
     QTRY_COMPARE(m_server.requestCount(), 1);
     screen(u"second"_s);

@@ -1,8 +1,9 @@
-#include "messageservice.h"
+#include "config/sdkconfiguration.h"
+#include "config/useridentityrepository.h"
+#include "httpserver/httpserver.h"
 #include "recordingcoordinator.h"
-#include "sdkconfiguration.h"
-#include "testhttpserver.h"
-#include "useridentityrepository.h"
+#include "service/messageservice.h"
+#include <VelmoraInAppMessaging/underlyingerror.h>
 
 #include <QGuiApplication>
 #include <QJsonArray>
@@ -19,8 +20,8 @@
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using namespace velmora;
-using velmora::test::Response;
-using velmora::test::TestHttpServer;
+using velmora::loopback::HttpServer;
+using velmora::loopback::Response;
 
 namespace {
 
@@ -93,7 +94,7 @@ private:
     void send() { m_service->sendReaction(EventsReactionType::Click, u"home"_s, u"sc-1"_s); }
 
     QTemporaryDir m_dir;
-    TestHttpServer m_server;
+    HttpServer m_server;
     QStringList m_log;
     RecordingSleeper m_sleeper;
     std::shared_ptr<FakeBackgroundTasks> m_tasks;
@@ -183,7 +184,7 @@ void tst_ReactionDelivery::retriesPerCategory()
 
 void tst_ReactionDelivery::connectionFailureRetriesTwice()
 {
-    TestHttpServer closed;
+    HttpServer closed;
     QVERIFY(closed.listen());
     m_config->setup(u"key"_s, u"tenant"_s, closed.baseUrl().toString());
     closed.close();

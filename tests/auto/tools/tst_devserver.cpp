@@ -1,7 +1,7 @@
-#include "apiclient.h"
 #include "devserver.h"
 #include "devserveroptions.h"
-#include "singlemessagecreative.h"
+#include "network/apiclient.h"
+#include <VelmoraInAppMessaging/singlemessagecreative.h>
 
 #include <QCommandLineParser>
 #include <QCryptographicHash>

@@ -1,0 +1,21 @@
+#include "images/animatedimagesource.h"
+
+#include "images/frameselection.h"
+
+#include <numeric>
+
+namespace velmora {
+
+AnimatedImageSource::AnimatedImageSource(QList<QImage> frames, QList<double> delays, QSize size)
+    : m_frames(std::move(frames))
+    , m_delays(std::move(delays))
+    , m_size(size)
+    , m_totalDuration(std::accumulate(m_delays.cbegin(), m_delays.cend(), 0.0))
+{ }
+
+qsizetype AnimatedImageSource::frameIndexAt(double elapsedSeconds) const
+{
+    return frameIndexForElapsed(m_delays, m_totalDuration, elapsedSeconds);
+}
+
+} // namespace velmora
