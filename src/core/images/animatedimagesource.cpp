@@ -13,6 +13,16 @@ AnimatedImageSource::AnimatedImageSource(QList<QImage> frames, QList<double> del
     , m_totalDuration(std::accumulate(m_delays.cbegin(), m_delays.cend(), 0.0))
 { }
 
+QImage AnimatedImageSource::frameImage(qsizetype index) const
+{
+    if (index < 0 || index >= m_frames.size())
+        return {};
+    const QImage &frame = m_frames.at(index);
+    if (frame.format() == QImage::Format_ARGB32_Premultiplied)
+        return frame;
+    return frame.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+}
+
 qsizetype AnimatedImageSource::frameIndexAt(double elapsedSeconds) const
 {
     return frameIndexForElapsed(m_delays, m_totalDuration, elapsedSeconds);

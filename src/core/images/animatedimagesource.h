@@ -14,7 +14,11 @@ public:
     /// `delays` holds one entry per frame, in seconds.
     AnimatedImageSource(QList<QImage> frames, QList<double> delays, QSize size);
 
+    /// The frames as decoded: each may be 8-bit indexed, so views ask for frameImage().
     const QList<QImage> &frames() const { return m_frames; }
+    /// Frame `index` ready to paint (32-bit premultiplied ARGB); converted on request, so a
+    /// view asks only when the frame on show changes. Null for an index out of range.
+    QImage frameImage(qsizetype index) const;
     const QList<double> &delays() const { return m_delays; }
     /// Pixel size of the first frame; every frame has it.
     QSize size() const { return m_size; }
