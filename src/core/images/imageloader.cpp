@@ -1,6 +1,7 @@
 #include "images/imageloader.h"
 
 #include "common/logging.h"
+#include "common/threading.h"
 #include "images/animatedimagedecoder.h"
 #include "network/httpsredirectguarddelegate.h"
 
@@ -26,12 +27,7 @@ namespace {
 void deliverLater(QObject *context, ImageLoader::Completion completion,
                   std::optional<LoadedImage> result = std::nullopt)
 {
-    QMetaObject::invokeMethod(
-        context,
-        [completion = std::move(completion), result = std::move(result)]() mutable {
-            completion(std::move(result));
-        },
-        Qt::QueuedConnection);
+    detail::deliverLater(context, std::move(completion), std::move(result));
 }
 
 bool isFollowableRedirect(int status)
@@ -325,15 +321,14 @@ void ImageLoader::setSslConfiguration(const QSslConfiguration &configuration)
 void ImageLoader::load(const QString &urlString, QObject *context, Completion completion)
 {
     if (QThread::currentThread() != thread()) {
-        QMetaObject::invokeMethod(
-            this,
-            [this, urlString, guard = QPointer<QObject>(context), hadContext = context != nullptr,
-             completion = std::move(completion)]() mutable {
-                if (hadContext && !guard)
-                    return;
-                load(urlString, guard, std::move(completion));
-            },
-            Qt::QueuedConnection);
+        detail::postTo(this,
+                       [this, urlString, guard = QPointer<QObject>(context),
+                        hadContext = context != nullptr,
+                        completion = std::move(completion)]() mutable {
+                           if (hadContext && !guard)
+                               return;
+                           load(urlString, guard, std::move(completion));
+                       });
         return;
     }
 

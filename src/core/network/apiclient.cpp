@@ -2,6 +2,7 @@
 #include <VelmoraInAppMessaging/underlyingerror.h>
 
 #include "common/logging.h"
+#include "common/threading.h"
 #include "config/sdkconfiguration.h"
 #include "config/useridentityrepository.h"
 
@@ -51,17 +52,6 @@ std::optional<QString> decodeUtf8(const QByteArray &bytes)
     if (decoder.hasError())
         return std::nullopt;
     return text;
-}
-
-template<typename Result>
-void deliverLater(QObject *context, std::function<void(Result)> completion, Result result)
-{
-    QMetaObject::invokeMethod(
-        context,
-        [completion = std::move(completion), result = std::move(result)]() mutable {
-            completion(std::move(result));
-        },
-        Qt::QueuedConnection);
 }
 
 } // namespace
@@ -194,7 +184,7 @@ APICall *APIClient::send(const QString &path, const EncodedBody &body, const QSt
 {
     auto *call = new APICall(this);
     const auto fail = [&](const VelmoraError &error) {
-        deliverLater<Expected<Exchange, APIFailure>>(
+        detail::deliverLater<Expected<Exchange, APIFailure>>(
             call, [call, completion](Expected<Exchange, APIFailure> r) { completion(call, r); },
             APIFailure(error));
         return call;
@@ -226,15 +216,12 @@ APICall *APIClient::send(const QString &path, const EncodedBody &body, const QSt
     reply->setParent(call);
     call->m_reply = reply;
 
-    call->m_deadline = new QTimer(call);
-    call->m_deadline->setSingleShot(true);
-    connect(call->m_deadline, &QTimer::timeout, call, [call] {
+    call->m_deadline = detail::startDeadline(call, m_timeouts.resource, [call] {
         if (call->m_replyDone || !call->m_reply)
             return;
         call->m_timedOut = true;
         call->m_reply->abort();
     });
-    call->m_deadline->start(m_timeouts.resource);
 
     // abort() emits finished() synchronously, so the handler must tolerate running inside
     // cancel() or the deadline; finishExchange defers the completion itself.
@@ -252,7 +239,7 @@ void APIClient::finishExchange(APICall *call, QNetworkReply *reply,
     call->m_deadline->stop();
 
     const auto deliver = [call, completion](Expected<Exchange, APIFailure> result) {
-        deliverLater<Expected<Exchange, APIFailure>>(
+        detail::deliverLater<Expected<Exchange, APIFailure>>(
             call, [call, completion](Expected<Exchange, APIFailure> r) { completion(call, r); },
             std::move(result));
     };

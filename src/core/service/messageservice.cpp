@@ -2,6 +2,7 @@
 #include <VelmoraInAppMessaging/underlyingerror.h>
 
 #include "common/logging.h"
+#include "common/threading.h"
 #include "config/sdkconfiguration.h"
 #include "config/useridentityrepository.h"
 #include <VelmoraInAppMessaging/velmorainappmessagingdelegate.h>
@@ -68,7 +69,7 @@ bool MessageService::runOnOwnThread(std::function<void()> fn)
 {
     if (QThread::currentThread() == thread())
         return false;
-    QMetaObject::invokeMethod(this, std::move(fn), Qt::QueuedConnection);
+    detail::postTo(this, std::move(fn));
     return true;
 }
 

@@ -1,6 +1,7 @@
 #include "service/reactionbackgroundtask.h"
 
 #include "common/logging.h"
+#include "common/threading.h"
 
 #include <QCoreApplication>
 #include <QEventLoopLocker>
@@ -17,21 +18,7 @@ namespace velmora {
 
 namespace {
 
-bool onGuiThread()
-{
-    return QCoreApplication::instance()
-        && QThread::currentThread() == QCoreApplication::instance()->thread();
-}
-
-// Runs `fn` on the GUI thread: now when already there, otherwise queued.
-void runOnGuiThread(std::function<void()> fn)
-{
-    if (onGuiThread() || !QCoreApplication::instance())
-        fn();
-    else
-        QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(fn),
-                                  Qt::QueuedConnection);
-}
+using detail::runOnGuiThread;
 
 // A locker only matters where closing the last window would quit the application. Without a
 // visible window nothing is about to close, and releasing a locker in such an application would
@@ -101,7 +88,7 @@ QtBackgroundTaskProvider::~QtBackgroundTaskProvider()
 BackgroundTaskProvider::TaskId
 QtBackgroundTaskProvider::begin(const QString &name, std::function<void()> expirationHandler)
 {
-    Q_ASSERT(onGuiThread());
+    Q_ASSERT(detail::isGuiThread());
     const TaskId id = d->nextId++;
     auto task = std::make_shared<Private::Task>();
     if (needsLocker())
