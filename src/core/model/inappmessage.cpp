@@ -99,4 +99,16 @@ const SingleMessageCreative *InAppMessage::creative() const
     return nullptr;
 }
 
+SingleMessageCreative InAppMessage::creativeValue() const
+{
+    const SingleMessageCreative *found = creative();
+    return found ? *found : SingleMessageCreative();
+}
+
+QVariant InAppMessage::popupBannerValue() const
+{
+    const PopupBannerAction *banner = popupBannerAction();
+    return banner ? QVariant::fromValue(*banner) : QVariant();
+}
+
 } // namespace velmora

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <VelmoraInAppMessaging/singlemessagecreative.h>
 #include <VelmoraInAppMessaging/velmora_export.h>
 
 #include <QMetaType>
 #include <QString>
+#include <QVariant>
 
 #include <memory>
 
@@ -12,18 +14,20 @@ namespace velmora {
 struct PopupModalAction;
 struct PopupBannerAction;
 struct EmbeddedBannerAction;
-struct SingleMessageCreative;
 
 /// A message the back end chose for a screen, as the host's delegate receives it.
 ///
-/// Apart from its type, an embedded banner's component id and an unsupported message's raw
-/// type, the content is for the library's own views.
+/// QML reads it as a value: `message.creative.title.text`, `message.componentId`, and for a
+/// popup banner `message.popupBanner.position`. `creative` is empty for an unsupported message;
+/// `popupBanner` is undefined unless the message is a popup banner.
 class VELMORA_EXPORT InAppMessage
 {
     Q_GADGET
     Q_PROPERTY(Type type READ type CONSTANT)
     Q_PROPERTY(QString rawType READ rawType CONSTANT)
     Q_PROPERTY(QString componentId READ componentId CONSTANT)
+    Q_PROPERTY(velmora::SingleMessageCreative creative READ creativeValue CONSTANT)
+    Q_PROPERTY(QVariant popupBanner READ popupBannerValue CONSTANT)
 
 public:
     enum class Type { PopupModal, PopupBanner, EmbeddedBanner, Unsupported };
@@ -50,6 +54,9 @@ public:
     const SingleMessageCreative *creative() const;
 
 private:
+    SingleMessageCreative creativeValue() const;
+    QVariant popupBannerValue() const;
+
     struct Data;
     std::shared_ptr<const Data> d;
 };

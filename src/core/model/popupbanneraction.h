@@ -5,17 +5,39 @@
 #include <VelmoraInAppMessaging/margin.h>
 #include <VelmoraInAppMessaging/singlemessagecreative.h>
 
+#include <QMetaType>
+#include <QVariantMap>
+
 #include <optional>
 
 namespace velmora {
 
-struct PopupBannerAction
+/// A popup banner: where it sits, how large it is and what it shows.
+///
+/// In QML `position` is the wire name ("top_left", ...) and `size` reads as
+/// `{ width: { length, unit }, hasHeight, height: { length, unit } }`, the unit as its wire
+/// name ("px" or "percentage"); a length that is not there reads as 0 with an empty unit, so
+/// check `hasSize` and `size.hasHeight`.
+struct VELMORA_EXPORT PopupBannerAction
 {
+    Q_GADGET
+    Q_PROPERTY(QString position READ positionName CONSTANT)
+    Q_PROPERTY(velmora::Margin margin MEMBER margin CONSTANT)
+    Q_PROPERTY(bool hasSize READ hasSize CONSTANT)
+    Q_PROPERTY(QVariantMap size READ sizeMap CONSTANT)
+    Q_PROPERTY(velmora::SingleMessageCreative creative MEMBER creative CONSTANT)
+
+public:
     DisplayPosition position = DisplayPosition::Top;
     Margin margin;
     /// Absent: the banner sizes itself from its content and position.
     std::optional<ContentsSize> size;
     SingleMessageCreative creative;
+
+private:
+    QString positionName() const { return rawValue(position); }
+    bool hasSize() const { return size.has_value(); }
+    QVariantMap sizeMap() const;
 };
 
 } // namespace velmora

@@ -4,6 +4,7 @@
 
 namespace velmora {
 
+/// A popup modal: the creative shown in a card above the application.
 struct PopupModalAction
 {
     SingleMessageCreative creative;
