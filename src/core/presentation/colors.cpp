@@ -76,4 +76,14 @@ QColor closeButtonBackgroundColor()
 
 } // namespace palette
 
+Colors::Colors(QObject *parent)
+    : QObject(parent)
+{ }
+
+QVariant Colors::hexColor(const QString &text, qreal alpha) const
+{
+    const std::optional<QColor> color = velmora::hexColor(text, alpha);
+    return color ? QVariant(*color) : QVariant();
+}
+
 } // namespace velmora

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QColor>
+#include <QObject>
 #include <QStringView>
+#include <QVariant>
 
 #include <optional>
 
@@ -23,5 +25,30 @@ QColor coverImagePlaceholderColor(); ///< #586976 at alpha 0.1
 QColor closeButtonIconColor(); ///< #44464B
 QColor closeButtonBackgroundColor(); ///< #D3D4DB
 } // namespace palette
+
+/// The colour rules and palette for QML views, where the engine's own conversion would accept
+/// "#ffffff": `Colors.hexColor(creative.backgroundColor) ?? "white"`.
+class Colors : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(QColor defaultTitleTextColor READ defaultTitleTextColor CONSTANT)
+    Q_PROPERTY(QColor defaultBodyTextColor READ defaultBodyTextColor CONSTANT)
+    Q_PROPERTY(QColor coverImagePlaceholderColor READ coverImagePlaceholderColor CONSTANT)
+    Q_PROPERTY(QColor closeButtonIconColor READ closeButtonIconColor CONSTANT)
+    Q_PROPERTY(QColor closeButtonBackgroundColor READ closeButtonBackgroundColor CONSTANT)
+
+public:
+    explicit Colors(QObject *parent = nullptr);
+
+    /// The colour as hexColor() reads it, or an invalid QVariant (undefined in QML).
+    Q_INVOKABLE QVariant hexColor(const QString &text, qreal alpha = 1.0) const;
+
+private:
+    static QColor defaultTitleTextColor() { return palette::defaultTitleTextColor(); }
+    static QColor defaultBodyTextColor() { return palette::defaultBodyTextColor(); }
+    static QColor coverImagePlaceholderColor() { return palette::coverImagePlaceholderColor(); }
+    static QColor closeButtonIconColor() { return palette::closeButtonIconColor(); }
+    static QColor closeButtonBackgroundColor() { return palette::closeButtonBackgroundColor(); }
+};
 
 } // namespace velmora
