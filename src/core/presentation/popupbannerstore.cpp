@@ -1,6 +1,8 @@
 #include "presentation/popupbannerstore.h"
 
 #include "common/logging.h"
+#include "presentation/linkopening.h"
+#include <VelmoraInAppMessaging/underlyingerror.h>
 
 #include <QPointer>
 #include <QTimer>
@@ -111,34 +113,31 @@ void PopupBannerStore::apply(const QList<ClassifiedPopupBanner> &popupBanners,
             changed.insert(position);
     }
     // Banners at positions the new screen does not use vanish without any callback.
-    for (auto it = m_popupBanners.begin(); it != m_popupBanners.end();) {
-        if (incoming.contains(it->first)) {
-            ++it;
-            continue;
-        }
-        changed.insert(it->first);
-        ++m_removalSerials[it->first];
-        it = m_popupBanners.erase(it);
+    std::set<DisplayPosition> stale;
+    for (const auto &entry : m_popupBanners) {
+        if (!incoming.contains(entry.first))
+            stale.insert(entry.first);
     }
+    for (DisplayPosition position : stale)
+        removeVisible(position);
+    changed.merge(stale);
     publish(changed, true);
 }
 
 void PopupBannerStore::dismissPopupBanner(DisplayPosition position)
 {
-    const bool removed = m_popupBanners.erase(position) > 0;
-    if (m_dismissalMode == DismissalMode::AfterViewDisappears) {
+    const bool byView = m_dismissalMode == DismissalMode::AfterViewDisappears;
+    const bool removed = m_popupBanners.contains(position);
+    if (removed)
+        removeVisible(position);
+    // Marked before the change is published: a view may report its disappearance at once.
+    if (byView)
         m_queueController.dismissingPositions.insert(position);
-        if (removed) {
-            ++m_removalSerials[position];
-            publish({ position }, true);
-        }
-        return;
-    }
-
-    if (removed) {
-        ++m_removalSerials[position];
+    if (removed)
         publish({ position }, true);
-    }
+    if (byView)
+        return;
+
     // Dismissing an empty position still pulls what waits there once the delay has passed.
     const quint64 serial = m_removalSerials[position];
     m_scheduler(removalDuration, [self = QPointer(this), position, serial] {
@@ -161,11 +160,10 @@ void PopupBannerStore::clearAllPopupBanners()
 {
     m_queueController.reset();
     std::set<DisplayPosition> changed;
-    for (const auto &entry : m_popupBanners) {
+    for (const auto &entry : m_popupBanners)
         changed.insert(entry.first);
-        ++m_removalSerials[entry.first];
-    }
-    m_popupBanners.clear();
+    for (DisplayPosition position : changed)
+        removeVisible(position);
     publish(changed, false);
     setCurrentScreenName(std::nullopt);
 }
@@ -184,6 +182,64 @@ void PopupBannerStore::bannerDidDisappear(const QString &position)
         bannerDidDisappear(*parsed);
     else
         qCDebug(lcVelmoraPresentation) << "bannerDidDisappear: unknown position" << position;
+}
+
+void PopupBannerStore::sendOpenReactionIfNeeded(const QString &position, const QString &scenarioId)
+{
+    const auto banner = shownBanner(position, scenarioId);
+    if (!banner || !m_openReported.insert(banner->position()).second)
+        return;
+    if (m_reactionHandler)
+        m_reactionHandler(EventsReactionType::Open, banner->screenName, banner->scenarioId);
+}
+
+void PopupBannerStore::handleClick(const QString &position, const QString &scenarioId,
+                                   const QString &linkUrl)
+{
+    const auto banner = shownBanner(position, scenarioId);
+    if (!banner)
+        return;
+    const InAppMessage message = banner->message();
+    if (m_reactionHandler)
+        m_reactionHandler(EventsReactionType::Click, banner->screenName, banner->scenarioId);
+    if (m_messageClickedHandler)
+        m_messageClickedHandler(message);
+    openLinkIfNeeded(linkUrl, message, m_messageErrorHandler);
+}
+
+void PopupBannerStore::handleClose(const QString &position, const QString &scenarioId)
+{
+    const auto banner = shownBanner(position, scenarioId);
+    if (!banner)
+        return;
+    if (m_reactionHandler)
+        m_reactionHandler(EventsReactionType::Close, banner->screenName, banner->scenarioId);
+    if (m_messageDismissedHandler)
+        m_messageDismissedHandler(banner->message());
+    // The host's callback may have moved on to another screen; its banners must stay.
+    if (shownBanner(position, scenarioId))
+        dismissPopupBanner(banner->position());
+}
+
+bool PopupBannerStore::handleImageLoadFailure(const QString &position, const QString &scenarioId)
+{
+    const auto banner = shownBanner(position, scenarioId);
+    if (!banner)
+        return false;
+    const SingleMessageCreative &creative = banner->content.creative;
+    const bool hasText = (creative.title && !creative.title->text.isEmpty())
+        || (creative.body && !creative.body->text.isEmpty())
+        || (creative.button && !creative.button->text.isEmpty());
+    if (hasText)
+        return false;
+    if (m_messageErrorHandler) {
+        m_messageErrorHandler(banner->message(),
+                              VelmoraError::networkError(UnderlyingError::imageLoad(
+                                  ImageLoadError { creative.image.url })));
+    }
+    if (shownBanner(position, scenarioId))
+        dismissPopupBanner(banner->position());
+    return true;
 }
 
 QVariant PopupBannerStore::currentScreenNameValue() const
@@ -208,6 +264,27 @@ bool PopupBannerStore::showNext(DisplayPosition position)
         return false;
     m_popupBanners.emplace(position, std::move(*next));
     return true;
+}
+
+void PopupBannerStore::removeVisible(DisplayPosition position)
+{
+    m_popupBanners.erase(position);
+    m_openReported.erase(position);
+    ++m_removalSerials[position];
+}
+
+std::optional<PopupBannerComponentData>
+PopupBannerStore::shownBanner(const QString &position, const QString &scenarioId) const
+{
+    const auto parsed = displayPositionFromRawValue(position);
+    if (!parsed) {
+        qCDebug(lcVelmoraPresentation) << "report for an unknown position" << position;
+        return std::nullopt;
+    }
+    auto banner = popupBanner(*parsed);
+    if (!banner || banner->scenarioId != scenarioId)
+        return std::nullopt;
+    return banner;
 }
 
 void PopupBannerStore::publish(const std::set<DisplayPosition> &positions, bool animated)

@@ -51,6 +51,17 @@ struct PopupBannerQueueController
 /// `scenarioId`, `screenName`, `position`, `hasExplicitSize` and `message` (an InAppMessage);
 /// a free position has no key, so `store.popupBanners.top` is undefined in QML. Every change
 /// emits popupBannerChanged() for each position it touched, then popupBannersChanged() once.
+///
+/// A banner view reports through the invokables below, naming its banner by position and
+/// scenario id. A report for a banner that is no longer on show there is ignored, so a view
+/// that outlives its banner can never act on the one that replaced it:
+/// \code
+/// onImageReady: store.sendOpenReactionIfNeeded(position, scenarioId)
+/// onImageFailed: if (!store.handleImageLoadFailure(position, scenarioId))
+///                    store.sendOpenReactionIfNeeded(position, scenarioId)
+/// onTapped: store.handleClick(position, scenarioId, message.creative.image.linkUrl)
+/// onCloseTapped: store.handleClose(position, scenarioId)
+/// \endcode
 /// All calls belong on the GUI thread.
 class PopupBannerStore : public QObject
 {
@@ -110,6 +121,19 @@ public:
     void bannerDidDisappear(DisplayPosition position);
     Q_INVOKABLE void bannerDidDisappear(const QString &position);
 
+    /// Reports "open" once per showing: again only after the banner has left its position and
+    /// been shown there anew.
+    Q_INVOKABLE void sendOpenReactionIfNeeded(const QString &position, const QString &scenarioId);
+    /// Reports "click", tells the host, then opens `linkUrl`; the banner stays.
+    Q_INVOKABLE void handleClick(const QString &position, const QString &scenarioId,
+                                 const QString &linkUrl);
+    /// Reports "close", tells the host, then dismisses the banner.
+    Q_INVOKABLE void handleClose(const QString &position, const QString &scenarioId);
+    /// The banner's image could not be loaded. A banner with a title, body or button text stays
+    /// and false is returned; one with nothing else to show is reported to the host as an
+    /// error, dismissed without any reaction, and true is returned.
+    Q_INVOKABLE bool handleImageLoadFailure(const QString &position, const QString &scenarioId);
+
     // Read by the banner views; the store never calls them itself.
     ReactionHandler reactionHandler() const { return m_reactionHandler; }
     void setReactionHandler(ReactionHandler handler) { m_reactionHandler = std::move(handler); }
@@ -141,6 +165,10 @@ private:
     QVariant currentScreenNameValue() const;
     void setCurrentScreenName(const std::optional<QString> &name);
     bool showNext(DisplayPosition position);
+    void removeVisible(DisplayPosition position);
+    /// The banner on show at the named position if it is the named scenario, else nullopt.
+    std::optional<PopupBannerComponentData> shownBanner(const QString &position,
+                                                        const QString &scenarioId) const;
     void publish(const std::set<DisplayPosition> &positions, bool animated);
 
     std::map<DisplayPosition, PopupBannerComponentData> m_popupBanners;
@@ -151,6 +179,9 @@ private:
     // Bumped by every removal that starts an animation, so that the completion of an older
     // removal cannot cut a newer one at the same position short.
     std::map<DisplayPosition, quint64> m_removalSerials;
+    // Positions whose banner on show has reported "open"; a position leaves when its banner
+    // does.
+    std::set<DisplayPosition> m_openReported;
 
     ReactionHandler m_reactionHandler;
     MessageHandler m_messageClickedHandler;

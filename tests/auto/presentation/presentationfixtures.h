@@ -18,8 +18,8 @@ namespace fixtures {
 using namespace velmora;
 using namespace Qt::StringLiterals;
 
-// "" has an image only, "title" and "body" that text only, "emptytexts" empty texts and
-// "blank" nothing at all.
+// "" has an image only, "title", "body" and "button" that text only, "emptytexts" empty
+// texts and "blank" nothing at all.
 inline SingleMessageCreative creative(QStringView variant = {})
 {
     SingleMessageCreative creative;
@@ -29,6 +29,8 @@ inline SingleMessageCreative creative(QStringView variant = {})
         creative.title = TextContent { variant == u"title" ? u"Hello"_s : QString(), {}, {} };
     if (variant == u"body" || variant == u"emptytexts")
         creative.body = TextContent { variant == u"body" ? u"Body"_s : QString(), {}, {} };
+    if (variant == u"button")
+        creative.button = ButtonContent { u"Buy"_s, {}, {}, {} };
     return creative;
 }
 
@@ -57,13 +59,15 @@ inline QList<InAppMessageAction> parseAll(const QStringList &tokens)
     return actions;
 }
 
-/// "top:A" → a popup banner pair as the coordinator hands it to the store.
+/// "top:A" → a popup banner pair as the coordinator hands it to the store; "top:A:title"
+/// with another creative().
 inline QList<ClassifiedPopupBanner> popupPairs(const QStringList &tokens)
 {
     QList<ClassifiedPopupBanner> pairs;
     for (const QString &token : tokens) {
-        const InAppMessageAction banner = parseAll(
-            { u"banner:"_s + token.section(u':', 1) + u'@' + token.section(u':', 0, 0) })[0];
+        const InAppMessageAction banner
+            = parseAll({ u"banner:"_s + token.section(u':', 1, 1) + u'@' + token.section(u':', 0, 0)
+                         + u':' + token.section(u':', 2) })[0];
         pairs.append({ banner, *banner.contents.popupBannerAction() });
     }
     return pairs;
