@@ -1,10 +1,5 @@
 #pragma once
 
-#include <VelmoraInAppMessaging/margin.h>
-
-#include <QMarginsF>
-#include <QRectF>
-#include <QSizeF>
 #include <QString>
 
 #include <optional>
@@ -27,30 +22,11 @@ struct ContentsLength
 
 QString rawValue(ContentsLength::Unit unit);
 
-/// The screen area a popup banner is sized against: bounds and the insets that are not safe.
-struct ScreenSnapshot
-{
-    QRectF bounds;
-    QMarginsF safeAreaInsets;
-
-    /// The phone-sized stand-in used when there is no screen yet: 390 x 844, no insets.
-    static ScreenSnapshot fallback() { return { QRectF(0, 0, 390, 844), {} }; }
-};
-
+/// An explicit popup banner size as received; layout resolves it against the screen.
 struct ContentsSize
 {
     ContentsLength width;
     std::optional<ContentsLength> height;
-
-    struct Resolved
-    {
-        double width = 0;
-        std::optional<double> height;
-    };
-
-    /// Percentages are of the whole safe extent, while the clamp uses the extent left between
-    /// the margins, so 100% with margins always resolves to the space between them.
-    Resolved resolve(const ScreenSnapshot &snapshot, const Margin &margin) const;
 };
 
 } // namespace velmora
