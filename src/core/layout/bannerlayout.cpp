@@ -42,12 +42,6 @@ Column columnOf(DisplayPosition position)
     return Column::Center;
 }
 
-DisplayPosition positionAt(Row row, Column column)
-{
-    // allDisplayPositions runs row by row, left to right.
-    return allDisplayPositions[std::size_t(row) * 3 + std::size_t(column)];
-}
-
 namespace {
 qreal resolveLength(const ContentsLength &length, qreal safeExtent, qreal marginSum)
 {

@@ -39,7 +39,6 @@ enum class Column { Left, Center, Right };
 
 Row rowOf(DisplayPosition position);
 Column columnOf(DisplayPosition position);
-DisplayPosition positionAt(Row row, Column column);
 
 /// An explicit banner size in points.
 struct ResolvedSize
