@@ -6,7 +6,6 @@
 #include <VelmoraInAppMessaging/singlemessagecreative.h>
 
 #include <QMetaType>
-#include <QVariantMap>
 
 #include <optional>
 
@@ -14,17 +13,15 @@ namespace velmora {
 
 /// A popup banner: where it sits, how large it is and what it shows.
 ///
-/// In QML `position` is the wire name ("top_left", ...) and `size` reads as
-/// `{ width: { length, unit }, hasHeight, height: { length, unit } }`, the unit as its wire
-/// name ("px" or "percentage"); a length that is not there reads as 0 with an empty unit, so
-/// check `hasSize` and `size.hasHeight`.
+/// In QML `position` is the wire name ("top_left", ...); without an explicit size `size`
+/// reads as zero lengths: check `hasSize`.
 struct VELMORA_EXPORT PopupBannerAction
 {
     Q_GADGET
     Q_PROPERTY(QString position READ positionName CONSTANT)
     Q_PROPERTY(velmora::Margin margin MEMBER margin CONSTANT)
     Q_PROPERTY(bool hasSize READ hasSize CONSTANT)
-    Q_PROPERTY(QVariantMap size READ sizeMap CONSTANT)
+    Q_PROPERTY(velmora::ContentsSize size READ sizeValue CONSTANT)
     Q_PROPERTY(velmora::SingleMessageCreative creative MEMBER creative CONSTANT)
 
 public:
@@ -37,7 +34,7 @@ public:
 private:
     QString positionName() const { return rawValue(position); }
     bool hasSize() const { return size.has_value(); }
-    QVariantMap sizeMap() const;
+    ContentsSize sizeValue() const { return size.value_or(ContentsSize()); }
 };
 
 } // namespace velmora

@@ -171,7 +171,7 @@ private Q_SLOTS:
                  "https://shop/a|true|Sale|FF0000||false||true|Buy|https://shop/b|000000|#fff|"
                  "FFFFFF"_s);
         QCOMPARE(describe(u"top"_s),
-                 u"top|0,0,0,0|true|300px|false|0|||false||||true|Body|false|||||"_s);
+                 u"top|0,0,0,0|true|300px|false|0px|||false||||true|Body|false|||||"_s);
 
         // The library's colour rules, not QML's: "#ffffff" is no colour.
         QCOMPARE(view->property("colours").toString(), u" #ffffff #80ff0000 #1d2635 #1a586976"_s);
