@@ -5,11 +5,14 @@
 #include "network/apiresponse.h"
 #include <VelmoraInAppMessaging/velmoraerror.h>
 
+#include <QByteArray>
 #include <QHash>
 #include <QList>
+#include <QNetworkRequest>
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QUrl>
 
 #include <chrono>
 #include <functional>
@@ -67,8 +70,23 @@ private:
     friend class APIClient;
     explicit APICall(QObject *parent);
 
+    enum class BodyUse {
+        Keep, ///< a view event's answer, bounded by the client's limit
+        Discard, ///< a reaction's answer: read as it arrives and dropped
+    };
+
     QPointer<QNetworkReply> m_reply;
     QTimer *m_deadline = nullptr;
+    // What each hop of a redirect sends again, and the origin that must not change.
+    QNetworkRequest m_request;
+    QByteArray m_requestBody;
+    QUrl m_origin;
+    int m_redirects = 0;
+    BodyUse m_bodyUse = BodyUse::Keep;
+    QByteArray m_received;
+    qint64 m_discardedBytes = 0;
+    // Set just before the client aborts a reply it refuses (too large).
+    std::optional<VelmoraError> m_refusal;
     bool m_cancelled = false;
     bool m_timedOut = false;
     bool m_replyDone = false;
@@ -92,11 +110,28 @@ public:
         std::chrono::milliseconds resource { 30000 };
     };
 
+    struct Limits
+    {
+        /// A view event's answer larger than this is abandoned as soon as its announced length
+        /// or the bytes received pass it.
+        qint64 maxResponseBytes = 10 * 1024 * 1024;
+        /// Same-origin redirects followed within one call.
+        int maxRedirects = 5;
+    };
+
+    /// What Qt may buffer for one reply before the client reads it.
+    static constexpr qint64 readBufferBytes = 64 * 1024;
+
     explicit APIClient(QObject *parent = nullptr);
     ~APIClient() override;
 
     void setTimeouts(const Timeouts &timeouts);
     Timeouts timeouts() const { return m_timeouts; }
+    void setLimits(const Limits &limits) { m_limits = limits; }
+    Limits limits() const { return m_limits; }
+    /// The most bytes of one response body this client has held at once, its own and those
+    /// waiting in Qt's reply buffer; shows that bodies stay within the limits.
+    qint64 peakBufferedBytes() const { return m_peakBufferedBytes; }
     /// For TLS settings (trusted CAs) and proxies.
     QNetworkAccessManager *networkAccessManager() const { return m_manager; }
 
@@ -117,18 +152,27 @@ public:
 private:
     struct Exchange
     {
-        QByteArray body;
+        QByteArray body; // empty for a discarded body
+        qint64 bodySize = 0;
         ResponseHeaders headers;
     };
     using ExchangeCompletion = std::function<void(APICall *, Expected<Exchange, APIFailure>)>;
 
     APICall *send(const QString &path, const EncodedBody &body, const QString &description,
-                  const QString &apiHost, const RequestHeaders &headers,
+                  const QString &apiHost, const RequestHeaders &headers, APICall::BodyUse bodyUse,
                   ExchangeCompletion completion);
-    void finishExchange(APICall *call, QNetworkReply *reply, const ExchangeCompletion &completion);
+    void startHop(APICall *call, const QUrl &url, const ExchangeCompletion &completion);
+    void checkAnnouncedLength(APICall *call, QNetworkReply *reply);
+    bool readBody(APICall *call, QNetworkReply *reply);
+    void refuseOversized(APICall *call);
+    void finishHop(APICall *call, QNetworkReply *reply, const ExchangeCompletion &completion);
+    /// The next URL of a redirect that may be followed, or the failure that ends the call.
+    Expected<QUrl, APIFailure> redirectTarget(APICall *call, QNetworkReply *reply, int status);
 
     QNetworkAccessManager *m_manager;
     Timeouts m_timeouts;
+    Limits m_limits;
+    qint64 m_peakBufferedBytes = 0;
 };
 
 } // namespace velmora

@@ -76,6 +76,13 @@ private Q_SLOTS:
     void https();
     void redirectGuard_data();
     void redirectGuard();
+    void apiRedirects_data();
+    void apiRedirects();
+    void contentDecodingFailure_data();
+    void contentDecodingFailure();
+    void responseSizeLimit_data();
+    void responseSizeLimit();
+    void headerValuesCannotInjectHeaders();
 
 private:
     HttpServer m_server;
@@ -373,6 +380,195 @@ void tst_APIClient::redirectGuard()
     QFETCH(QString, current);
     QFETCH(bool, allowed);
     QCOMPARE(HTTPSRedirectGuardDelegate::shouldAllowRedirect(target, QUrl(current)), allowed);
+}
+
+void tst_APIClient::apiRedirects_data()
+{
+    QTest::addColumn<int>("status");
+    // {other}: a second server on another port; {self}: this server with another scheme.
+    QTest::addColumn<QByteArray>("location");
+    QTest::addColumn<QString>("outcome"); // followed, serverError, refused, tooMany
+
+    // Same origin: the event endpoint only takes a POST with its body, so every redirect that
+    // is followed re-sends exactly that; 303 asks for a GET elsewhere, which has no meaning for
+    // an event, so it reaches the caller as a 3xx.
+    QTest::newRow("307 same origin") << 307 << QByteArray("/moved/view") << u"followed"_s;
+    QTest::newRow("308 same origin") << 308 << QByteArray("/moved/view") << u"followed"_s;
+    QTest::newRow("301 same origin") << 301 << QByteArray("/moved/view") << u"followed"_s;
+    QTest::newRow("302 same origin absolute")
+        << 302 << QByteArray("{self}/moved/view") << u"followed"_s;
+    QTest::newRow("303 same origin") << 303 << QByteArray("/moved/view") << u"serverError"_s;
+    QTest::newRow("302 without Location") << 302 << QByteArray() << u"serverError"_s;
+    QTest::newRow("301 without Location") << 301 << QByteArray() << u"serverError"_s;
+    QTest::newRow("302 other port") << 302 << QByteArray("{other}/view") << u"refused"_s;
+    QTest::newRow("307 other port") << 307 << QByteArray("{other}/view") << u"refused"_s;
+    QTest::newRow("303 other port") << 303 << QByteArray("{other}/view") << u"refused"_s;
+    QTest::newRow("307 other host")
+        << 307 << QByteArray("http://localhost:{port}/moved/view") << u"refused"_s;
+    QTest::newRow("308 other scheme")
+        << 308 << QByteArray("https://127.0.0.1:{port}/moved/view") << u"refused"_s;
+    QTest::newRow("loop") << 307 << QByteArray("/app_events/view") << u"tooMany"_s;
+}
+
+void tst_APIClient::apiRedirects()
+{
+    QFETCH(int, status);
+    QFETCH(QByteArray, location);
+    QFETCH(QString, outcome);
+    HttpServer other;
+    QVERIFY(other.listen());
+    other.setDefaultResponse(Response::json(okBody));
+    location.replace("{other}", other.baseUrl().toString().toUtf8());
+    location.replace("{self}", m_server.baseUrl().toString().toUtf8());
+    location.replace("{port}", QByteArray::number(m_server.port()));
+
+    m_server.clear();
+    m_server.clearRoutes();
+    m_server.setResponse(u"/app_events/view"_s,
+                         location.isEmpty() ? Response::withStatus(status)
+                                            : Response::redirect(status, location));
+    m_server.setResponse(u"/moved/view"_s, Response::json(okBody));
+    APIClient client;
+    Waiter<ViewEventsReply> waiter;
+    client.viewEvents(viewRequest(), m_server.baseUrl().toString(),
+                      { { u"x-api-key"_s, u"secret"_s },
+                        { u"tenant-id"_s, u"t"_s },
+                        { u"content-type"_s, u"application/json"_s } },
+                      waiter.completion());
+    QVERIFY(waiter.wait());
+    QCOMPARE(other.requestCount(), 0); // the key never leaves the API origin
+
+    const auto requests = m_server.requests();
+    if (outcome == u"followed") {
+        if (!waiter.result->hasValue())
+            QFAIL(qPrintable(toVelmoraError(waiter.result->error()).description()));
+        QCOMPARE(requests.size(), 2);
+        QCOMPARE(requests.at(1).target, u"/moved/view"_s);
+        QCOMPARE(requests.at(1).method, QByteArray("POST"));
+        QCOMPARE(requests.at(1).body, requests.at(0).body);
+        QCOMPARE(requests.at(1).header("x-api-key"), QByteArray("secret"));
+        QCOMPARE(requests.at(1).header("content-type"), QByteArray("application/json"));
+        return;
+    }
+    QVERIFY(!waiter.result->hasValue());
+    const auto error = velmoraError(waiter.result->error());
+    QVERIFY(error);
+    if (outcome == u"serverError") {
+        QCOMPARE(requests.size(), 1);
+        QCOMPARE(error->kind(), VelmoraError::Kind::ServerError);
+        QCOMPARE(error->statusCode(), std::optional(status));
+    } else if (outcome == u"refused") {
+        QCOMPARE(requests.size(), 1);
+        QCOMPARE(error->kind(), VelmoraError::Kind::NetworkError);
+        QCOMPARE(error->underlyingError()->networkCode(), QNetworkReply::InsecureRedirectError);
+        QVERIFY2(error->underlyingError()->description().contains(u"configured API origin"_s),
+                 qPrintable(error->underlyingError()->description()));
+    } else {
+        QCOMPARE(error->kind(), VelmoraError::Kind::NetworkError);
+        QCOMPARE(error->underlyingError()->networkCode(), QNetworkReply::TooManyRedirectsError);
+        QVERIFY(requests.size() > 1 && requests.size() < 20);
+    }
+}
+
+void tst_APIClient::contentDecodingFailure_data()
+{
+    QTest::addColumn<Response>("response");
+    QTest::newRow("not gzip")
+        << Response::json("{\"actions\": []}").header("Content-Encoding", "gzip");
+    // 64 MB of zeros in 64 kB: Qt stops decompressing it, which must not read as success.
+    QTest::newRow("deflate bomb") << Response::json(
+                                         qCompress(QByteArray(64 * 1024 * 1024, '\0'), 9).mid(4))
+                                         .header("Content-Encoding", "deflate");
+}
+
+void tst_APIClient::contentDecodingFailure()
+{
+    QFETCH(Response, response);
+    m_server.clear();
+    m_server.clearRoutes();
+    m_server.setDefaultResponse(response);
+    APIClient client;
+    Waiter<ViewEventsReply> view;
+    client.viewEvents(viewRequest(), m_server.baseUrl().toString(), {}, view.completion());
+    QVERIFY(view.wait());
+    Waiter<ResponseHeaders> reaction;
+    client.reactionEvents({}, m_server.baseUrl().toString(), {}, reaction.completion());
+    QVERIFY(reaction.wait());
+    for (const auto &failure :
+         { view.result->hasValue() ? std::optional<APIFailure>() : view.result->error(),
+           reaction.result->hasValue() ? std::optional<APIFailure>() : reaction.result->error() }) {
+        QVERIFY(failure); // not a success
+        const auto error = velmoraError(*failure);
+        QVERIFY(error);
+        QCOMPARE(error->kind(), VelmoraError::Kind::NetworkError);
+    }
+}
+
+void tst_APIClient::responseSizeLimit_data()
+{
+    QTest::addColumn<Response>("response");
+    QTest::addColumn<bool>("accepted");
+    constexpr qsizetype limit = 10 * 1024 * 1024;
+    const QByteArray fits = okBody + QByteArray(limit - okBody.size(), ' ');
+    const QByteArray over = fits + ' ';
+    QTest::newRow("exactly 10 MiB") << Response::json(fits) << true;
+    QTest::newRow("announced over") << Response::json(over) << false;
+    // No length announced: only the bytes received can tell.
+    QTest::newRow("unannounced over") << [&] {
+        Response r = Response::json(over);
+        r.omitContentLength = true;
+        return r;
+    }() << false;
+}
+
+void tst_APIClient::responseSizeLimit()
+{
+    QFETCH(Response, response);
+    QFETCH(bool, accepted);
+    m_server.clear();
+    m_server.clearRoutes();
+    m_server.setDefaultResponse(response);
+    APIClient client;
+    Waiter<ViewEventsReply> waiter;
+    client.viewEvents(viewRequest(), m_server.baseUrl().toString(), {}, waiter.completion());
+    QVERIFY(waiter.wait(20000));
+    if (accepted) {
+        QVERIFY(waiter.result->hasValue());
+        return;
+    }
+    QVERIFY(!waiter.result->hasValue());
+    const auto error = velmoraError(waiter.result->error());
+    QVERIFY(error);
+    QCOMPARE(error->kind(), VelmoraError::Kind::NetworkError);
+    QVERIFY2(error->underlyingError()->description().contains(u"10485760 bytes"_s),
+             qPrintable(error->underlyingError()->description()));
+
+    // Reactions never keep their answer, whatever its size.
+    Waiter<ResponseHeaders> reaction;
+    client.reactionEvents({}, m_server.baseUrl().toString(), {}, reaction.completion());
+    QVERIFY(reaction.wait(20000));
+    QVERIFY(reaction.result->hasValue());
+}
+
+void tst_APIClient::headerValuesCannotInjectHeaders()
+{
+    m_server.clear();
+    m_server.clearRoutes();
+    m_server.setDefaultResponse(Response::json(okBody));
+    APIClient client;
+    Waiter<ResponseHeaders> waiter;
+    client.reactionEvents({}, m_server.baseUrl().toString(),
+                          { { u"x-api-key"_s, u"K\r\nX-Injected: yes"_s },
+                            { u"x-vorpex-visitor-id"_s, u"v\n"_s },
+                            { u"tenant-id"_s, u"t"_s } },
+                          waiter.completion());
+    QVERIFY(waiter.wait());
+    QCOMPARE(m_server.requestCount(), 1);
+    const auto request = m_server.lastRequest();
+    QVERIFY(!request.hasHeader("X-Injected"));
+    QVERIFY(!request.hasHeader("x-api-key"));
+    QVERIFY(!request.hasHeader("x-vorpex-visitor-id"));
+    QCOMPARE(request.header("tenant-id"), QByteArray("t"));
 }
 
 QTEST_GUILESS_MAIN(tst_APIClient)
