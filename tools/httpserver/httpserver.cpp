@@ -11,6 +11,10 @@
 
 #include <algorithm>
 
+#ifdef Q_OS_UNIX
+#include <sys/socket.h>
+#endif
+
 using namespace Qt::StringLiterals;
 
 namespace velmora::loopback {
@@ -279,6 +283,13 @@ Response Response::drop()
     return response;
 }
 
+Response Response::reset()
+{
+    Response response;
+    response.action = Action::Reset;
+    return response;
+}
+
 Response Response::hang()
 {
     Response response;
@@ -440,6 +451,9 @@ private:
         case Response::Action::Drop:
             closeGracefully();
             return;
+        case Response::Action::Reset:
+            resetConnection();
+            return;
         case Response::Action::Respond:
             break;
         }
@@ -517,6 +531,19 @@ private:
         m_state = State::Closing;
         // Sends what is still queued before the FIN; may emit disconnected() right away.
         m_socket->disconnectFromHost();
+    }
+
+    void resetConnection()
+    {
+        m_state = State::Closing;
+#ifdef Q_OS_UNIX
+        // A zero linger time makes close() send RST instead of FIN.
+        const linger immediate { 1, 0 };
+        ::setsockopt(int(m_socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &immediate,
+                     sizeof immediate);
+#endif
+        m_socket->abort();
+        onDisconnected();
     }
 
     HttpServer *m_server;

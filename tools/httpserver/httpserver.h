@@ -54,6 +54,7 @@ struct Response
     enum class Action {
         Respond,
         Drop, // close the connection without sending anything
+        Reset, // abort the connection with a TCP reset, without sending anything
         Hang, // never answer; the connection stays open until the client gives up
     };
 
@@ -81,6 +82,7 @@ struct Response
     static Response json(QByteArray body, int status = 200);
     static Response redirect(int status, const QByteArray &location);
     static Response drop();
+    static Response reset();
     static Response hang();
 
     Response &header(QByteArray name, QByteArray value);

@@ -33,6 +33,11 @@ bool needsLocker()
                        [](const QWindow *window) { return window->isVisible(); });
 }
 
+bool isBackground(Qt::ApplicationState state)
+{
+    return state == Qt::ApplicationHidden || state == Qt::ApplicationSuspended;
+}
+
 } // namespace
 
 struct QtBackgroundTaskProvider::Private
@@ -52,7 +57,9 @@ struct QtBackgroundTaskProvider::Private
     std::chrono::milliseconds deadline;
     QHash<TaskId, std::shared_ptr<Task>> tasks;
     TaskId nextId = 1;
+    bool inBackground = false;
     QMetaObject::Connection aboutToQuit;
+    QMetaObject::Connection stateChanged;
 
     void expire(TaskId id)
     {
@@ -64,6 +71,21 @@ struct QtBackgroundTaskProvider::Private
         if (task->expirationHandler)
             task->expirationHandler();
         tasks.remove(id);
+    }
+
+    // The platform takes background time back only from an application that has left the
+    // foreground; in the foreground a reaction runs all its attempts, however long they take.
+    void setInBackground(bool background)
+    {
+        if (background == inBackground)
+            return;
+        inBackground = background;
+        for (const auto &task : std::as_const(tasks)) {
+            if (background)
+                task->deadline->start(deadline);
+            else
+                task->deadline->stop();
+        }
     }
 };
 
@@ -78,11 +100,19 @@ QtBackgroundTaskProvider::QtBackgroundTaskProvider(std::chrono::milliseconds dea
                 d->expire(id);
         });
     }
+    // Without a GUI application there is no foreground to leave: only quitting expires tasks.
+    if (auto *app = qobject_cast<QGuiApplication *>(QCoreApplication::instance())) {
+        d->inBackground = isBackground(QGuiApplication::applicationState());
+        d->stateChanged = QObject::connect(
+            app, &QGuiApplication::applicationStateChanged, app,
+            [this](Qt::ApplicationState state) { d->setInBackground(isBackground(state)); });
+    }
 }
 
 QtBackgroundTaskProvider::~QtBackgroundTaskProvider()
 {
     QObject::disconnect(d->aboutToQuit);
+    QObject::disconnect(d->stateChanged);
 }
 
 BackgroundTaskProvider::TaskId
@@ -98,7 +128,8 @@ QtBackgroundTaskProvider::begin(const QString &name, std::function<void()> expir
     task->deadline->setSingleShot(true);
     QObject::connect(task->deadline.get(), &QTimer::timeout, task->deadline.get(),
                      [this, id] { d->expire(id); });
-    task->deadline->start(d->deadline);
+    if (d->inBackground)
+        task->deadline->start(d->deadline);
     d->tasks.insert(id, task);
     qCDebug(lcVelmoraService).noquote()
         << u"background task "_s + QString::number(id) + u" begun: "_s + name;

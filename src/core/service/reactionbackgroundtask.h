@@ -26,8 +26,10 @@ public:
 
 /// The desktop stand-in: while a task runs, a QEventLoopLocker holds off quit-on-last-window-
 /// closed, so closing the last window does not drop a reaction in flight. A task expires when
-/// the application is about to quit (an explicit quit() is not held off by lockers) or when its
-/// deadline passes, so nothing keeps a closing application alive for long.
+/// the application is about to quit (an explicit quit() is not held off by lockers), or once
+/// its deadline has passed with the application out of the foreground (hidden or suspended):
+/// the deadline starts when the application leaves the foreground, or at begin() when it is
+/// already out, and stops when it comes back. In the foreground a task never expires.
 class QtBackgroundTaskProvider final : public BackgroundTaskProvider
 {
 public:

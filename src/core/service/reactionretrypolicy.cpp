@@ -1,8 +1,10 @@
 #include "service/reactionretrypolicy.h"
 #include <VelmoraInAppMessaging/underlyingerror.h>
 
+#include <QCoreApplication>
 #include <QTimer>
 
+using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace velmora {
@@ -10,6 +12,23 @@ namespace velmora {
 namespace {
 
 std::optional<ReactionRetryPolicy::RetryCategory> classifyError(const VelmoraError &error);
+
+// Qt reports an unreachable network or host as UnknownNetworkError, and only the socket's text
+// tells them from other failures; the translated text counts too, for applications that load
+// Qt's translations.
+bool isUnreachable(const UnderlyingError &error)
+{
+    if (error.networkCode() != QNetworkReply::UnknownNetworkError)
+        return false;
+    const QString description = error.description();
+    for (const char *text : { "Network unreachable", "Host unreachable" }) {
+        if (description.endsWith(u": "_s + QLatin1StringView(text))
+            || description.endsWith(u": "_s
+                                    + QCoreApplication::translate("QNativeSocketEngine", text)))
+            return true;
+    }
+    return false;
+}
 
 std::optional<ReactionRetryPolicy::RetryCategory> classifyUnderlying(const UnderlyingError &error)
 {
@@ -26,7 +45,7 @@ std::optional<ReactionRetryPolicy::RetryCategory> classifyUnderlying(const Under
         case QNetworkReply::TemporaryNetworkFailureError:
             return C::ConnectionFailure;
         default:
-            return std::nullopt;
+            return isUnreachable(error) ? std::optional(C::ConnectionFailure) : std::nullopt;
         }
     case UnderlyingError::Domain::Decoding:
     case UnderlyingError::Domain::Cancellation:

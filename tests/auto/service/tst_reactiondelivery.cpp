@@ -5,10 +5,14 @@
 #include "service/messageservice.h"
 #include <VelmoraInAppMessaging/underlyingerror.h>
 
+#include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -88,7 +92,14 @@ private Q_SLOTS:
     void expiryDuringWaitCancels();
     void boxEndsOnce();
     void handlerReachesService();
-    void desktopProviderExpires();
+    void foregroundReactionRunsToItsEnd_data();
+    void foregroundReactionRunsToItsEnd();
+    void expiryStartsWhenTheApplicationLeaves();
+    void unreachableIsAConnectionFailure_data();
+    void unreachableIsAConnectionFailure();
+    void unreachableInPrivateNetwork();
+    void unreachableInPrivateNetworkChild_data();
+    void unreachableInPrivateNetworkChild();
 
 private:
     void send() { m_service->sendReaction(EventsReactionType::Click, u"home"_s, u"sc-1"_s); }
@@ -146,10 +157,14 @@ void tst_ReactionDelivery::retriesPerCategory_data()
         << QList<int> { 1000 } << false;
     QTest::newRow("client error") << QList<Response> { Response::withStatus(400) } << 1
                                   << QList<int> {} << false;
-    // Qt itself resends once on a connection closed without an answer, so the server may see
-    // two requests; the policy adds no retry of its own (no wait).
-    QTest::newRow("dropped connection is not retried")
-        << QList<Response> { Response::drop(), Response::drop() } << 0 << QList<int> {} << false;
+    // The server may have acted on a request whose connection closed before the answer, so
+    // neither Qt nor the policy sends it again.
+    QTest::newRow("dropped connection is sent once")
+        << QList<Response> { Response::drop(), Response::drop(), Response::drop() } << 1
+        << QList<int> {} << false;
+    QTest::newRow("reset connection is sent once")
+        << QList<Response> { Response::reset(), Response::reset(), Response::reset() } << 1
+        << QList<int> {} << false;
 }
 
 void tst_ReactionDelivery::retriesPerCategory()
@@ -166,8 +181,8 @@ void tst_ReactionDelivery::retriesPerCategory()
     QCOMPARE(finished.first().at(2).value<MessageService::ReactionOutcome>(),
              delivered ? MessageService::ReactionOutcome::Delivered
                        : MessageService::ReactionOutcome::GivenUp);
-    if (sends > 0)
-        QCOMPARE(m_server.requestCount(), sends);
+    QTest::qWait(50); // a re-send by Qt itself would arrive now
+    QCOMPARE(m_server.requestCount(), sends);
     QList<int> actualWaits;
     for (auto wait : m_sleeper.waits)
         actualWaits.append(int(wait.count()));
@@ -284,18 +299,153 @@ void tst_ReactionDelivery::handlerReachesService()
     QCOMPARE(m_server.lastRequest().json()[u"reaction"_s].toString(), u"open"_s);
 }
 
-void tst_ReactionDelivery::desktopProviderExpires()
+void tst_ReactionDelivery::foregroundReactionRunsToItsEnd_data()
 {
+    QTest::addColumn<Response>("response");
+    QTest::addColumn<MessageService::ReactionOutcome>("outcome");
+    QTest::addColumn<QString>("log");
+    // Both outlast the background deadline, which must not start while in the foreground.
+    QTest::newRow("slow answer") << Response::json("{}").delayed(300)
+                                 << MessageService::ReactionOutcome::Delivered
+                                 << u"^Send reaction success: type=click scenarioId=sc-1$"_s;
+    QTest::newRow("time-out") << Response::hang() << MessageService::ReactionOutcome::GivenUp
+                              << u"^Send reaction error: type=click scenarioId=sc-1 "_s
+                                 u"error=networkError: TimeoutError: The request timed out\\.$"_s;
+}
+
+void tst_ReactionDelivery::foregroundReactionRunsToItsEnd()
+{
+    QFETCH(Response, response);
+    QFETCH(MessageService::ReactionOutcome, outcome);
+    QFETCH(QString, log);
+    QCOMPARE(QGuiApplication::applicationState(), Qt::ApplicationInactive); // offscreen
+    const auto provider = std::make_shared<QtBackgroundTaskProvider>(50ms);
+    m_service->setBackgroundTaskProvider(provider);
+    m_service->apiClient()->setTimeouts({ 400ms, 400ms, 400ms });
+    m_server.setDefaultResponse(response);
+    QLoggingCategory::setFilterRules(u"velmora.service.debug=true"_s);
+    QTest::ignoreMessage(QtDebugMsg, QRegularExpression(log));
+    QSignalSpy finished(m_service.get(), &MessageService::reactionFinished);
+    send();
+    QVERIFY(finished.wait(3000));
+    QLoggingCategory::setFilterRules(QString());
+    QCOMPARE(finished.first().at(2).value<MessageService::ReactionOutcome>(), outcome);
+    QCOMPARE(provider->activeTaskCount(), 0);
+}
+
+void tst_ReactionDelivery::expiryStartsWhenTheApplicationLeaves()
+{
+    auto *app = qobject_cast<QGuiApplication *>(qApp);
     QtBackgroundTaskProvider provider(50ms);
     QWindow window;
     window.show();
     int expired = 0;
     const auto first = provider.begin(u"VelmoraReactionSend"_s, [&] { ++expired; });
     provider.begin(u"VelmoraReactionSend"_s, [&] { ++expired; });
-    QCOMPARE(provider.activeTaskCount(), 2);
+    QTest::qWait(150);
+    QCOMPARE(expired, 0); // in the foreground, however long it takes
     provider.end(first);
-    QTRY_COMPARE(expired, 1); // only the task still running hits its deadline
+
+    QElapsedTimer left;
+    left.start();
+    Q_EMIT app->applicationStateChanged(Qt::ApplicationHidden);
+    QTRY_COMPARE(expired, 1); // only the task still running, and only after its deadline
+    QVERIFY(left.elapsed() >= 45);
     QCOMPARE(provider.activeTaskCount(), 0);
+
+    // Back in the foreground the clock stops; leaving again gives each task a fresh deadline.
+    Q_EMIT app->applicationStateChanged(Qt::ApplicationActive);
+    provider.begin(u"VelmoraReactionSend"_s, [&] { ++expired; });
+    Q_EMIT app->applicationStateChanged(Qt::ApplicationSuspended);
+    Q_EMIT app->applicationStateChanged(Qt::ApplicationInactive);
+    QTest::qWait(150);
+    QCOMPARE(expired, 1);
+    Q_EMIT app->applicationStateChanged(Qt::ApplicationSuspended);
+    QTRY_COMPARE(expired, 2);
+
+    // Begun while in the background: the deadline runs from the start.
+    provider.begin(u"VelmoraReactionSend"_s, [&] { ++expired; });
+    QTRY_COMPARE(expired, 3);
+    Q_EMIT app->applicationStateChanged(QGuiApplication::applicationState());
+}
+
+void tst_ReactionDelivery::unreachableIsAConnectionFailure_data()
+{
+    QTest::addColumn<QNetworkReply::NetworkError>("code");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("retried");
+    // How Qt reports what the socket layer calls network and host unreachable.
+    QTest::newRow("network unreachable")
+        << QNetworkReply::UnknownNetworkError << u"Network unreachable"_s << true;
+    QTest::newRow("host unreachable")
+        << QNetworkReply::UnknownNetworkError << u"Host unreachable"_s << true;
+    QTest::newRow("other unknown")
+        << QNetworkReply::UnknownNetworkError << u"Unknown error"_s << false;
+    QTest::newRow("text alone") << QNetworkReply::ProtocolFailure << u"Network unreachable"_s
+                                << false;
+}
+
+void tst_ReactionDelivery::unreachableIsAConnectionFailure()
+{
+    QFETCH(QNetworkReply::NetworkError, code);
+    QFETCH(QString, text);
+    QFETCH(bool, retried);
+    const auto error = VelmoraError::networkError(UnderlyingError::network(code, text));
+    QCOMPARE(ReactionRetryPolicy::classify(error),
+             retried ? std::optional(ReactionRetryPolicy::RetryCategory::ConnectionFailure)
+                     : std::nullopt);
+}
+
+void tst_ReactionDelivery::unreachableInPrivateNetwork()
+{
+    // The real socket errors need a network without routes; a private network namespace of
+    // this process's own gives one without touching the machine's.
+    const QString script
+        = u"ip link set lo up && ip route add unreachable 127.0.0.5/32 table local "_s
+          u"&& ip route add throw 127.0.0.6/32 table local && exec \"$0\" \"$@\""_s;
+    QProcess probe;
+    probe.start(u"unshare"_s, { u"-rn"_s, u"sh"_s, u"-c"_s, script, u"true"_s });
+    if (!probe.waitForFinished(10000) || probe.exitStatus() != QProcess::NormalExit
+        || probe.exitCode() != 0)
+        QSKIP("no private network namespace here (unshare -rn and ip are needed)");
+
+    QProcess child;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"VELMORA_PRIVATE_NETWORK"_s, u"1"_s);
+    child.setProcessEnvironment(environment);
+    child.setProcessChannelMode(QProcess::MergedChannels);
+    child.start(u"unshare"_s,
+                { u"-rn"_s, u"sh"_s, u"-c"_s, script, QCoreApplication::applicationFilePath(),
+                  u"unreachableInPrivateNetworkChild"_s });
+    QVERIFY(child.waitForFinished(60000));
+    const QByteArray output = child.readAll();
+    QVERIFY2(child.exitCode() == 0, output.constData());
+    QVERIFY2(
+        output.contains("PASS   : tst_ReactionDelivery::unreachableInPrivateNetworkChild(host)")
+            && output.contains(
+                "PASS   : tst_ReactionDelivery::unreachableInPrivateNetworkChild(network)"),
+        output.constData());
+}
+
+void tst_ReactionDelivery::unreachableInPrivateNetworkChild_data()
+{
+    QTest::addColumn<QString>("host");
+    QTest::newRow("host") << u"http://127.0.0.5:9"_s;
+    QTest::newRow("network") << u"http://127.0.0.6:9"_s;
+}
+
+void tst_ReactionDelivery::unreachableInPrivateNetworkChild()
+{
+    QFETCH(QString, host);
+    if (qEnvironmentVariable("VELMORA_PRIVATE_NETWORK") != u"1")
+        QSKIP("runs inside unreachableInPrivateNetwork()");
+    m_config->setup(u"key"_s, u"tenant"_s, host);
+    QSignalSpy finished(m_service.get(), &MessageService::reactionFinished);
+    send();
+    QVERIFY(finished.wait());
+    QCOMPARE(finished.first().at(2).value<MessageService::ReactionOutcome>(),
+             MessageService::ReactionOutcome::GivenUp);
+    QCOMPARE(m_sleeper.waits, (QList<std::chrono::milliseconds> { 1000ms, 2000ms }));
 }
 
 QTEST_MAIN(tst_ReactionDelivery)
