@@ -3,69 +3,48 @@
 #include <QByteArray>
 #include <QImage>
 #include <QList>
-#include <QMetaType>
-#include <QPoint>
 #include <QRect>
-#include <QSize>
-
-#include <optional>
-#include <utility>
+#include <QRgb>
 
 namespace velmora::test {
 
+// One image block of a GIF, given in palette indices so that a test controls every byte a
+// decoder sees: the index of each pixel, which colour table it refers to, and the graphic
+// control block (or its absence).
+struct IndexedGifFrame
+{
+    QRect rect; // position and size on the logical screen; may lie partly outside it
+    QByteArray pixels; // rect.width() * rect.height() indices, row by row
+    QList<QRgb> localColours; // empty: the frame uses the global table
+    bool interlaced = false;
+    bool graphicControl = true; // false leaves out the graphic control extension
+    int disposal = 0; // 0 unspecified, 1 keep, 2 background, 3 previous
+    int transparentIndex = -1;
+    int delayCentiseconds = 10;
+};
+
+// Writes a GIF89a with giflib. Colour tables are padded with black to a power of two; pixel
+// indices past a table's padded size are masked by the encoder to the code width, so a
+// two-entry table still lets a frame use indices 2 and 3. An empty global table writes none.
+QByteArray writeIndexedGif(QSize screen, const QList<QRgb> &globalColours,
+                           const QList<IndexedGifFrame> &frames, int backgroundIndex = 0);
+
+// A frame given as an image, for tests that care about colours rather than indices.
 struct GifFrame
 {
-    enum class Disposal : quint8 {
-        None = 0, // no disposal given; decoders treat it like Keep
-        Keep = 1,
-        RestoreBackground = 2,
-        RestorePrevious = 3,
-    };
-
-    GifFrame() = default;
     GifFrame(QImage image, int delayCentiseconds = 10, bool graphicControl = true)
         : image(std::move(image))
         , delayCentiseconds(delayCentiseconds)
         , graphicControl(graphicControl)
     { }
 
-    QImage image;
-    int delayCentiseconds = 10; // 0 is written as 0; clamped to 0..65535
-    // false leaves out the Graphic Control Extension, so the frame has no delay, no
-    // disposal and no transparency at all, as in files from old encoders.
-    bool graphicControl = true;
-    QPoint offset; // position on the logical screen
-    Disposal disposal = Disposal::None;
+    QImage image; // placed at the top left of the screen
+    int delayCentiseconds = 10;
+    bool graphicControl = true; // without it, alpha is ignored
 };
 
-// Encodes a GIF89a. Pixels with alpha below 128 become transparent (only in frames with
-// a Graphic Control Extension). When all frames together use at most 256 colours they
-// share an exact global colour table; otherwise the global table is a 6x6x6 colour cube,
-// frames with at most 256 colours of their own get an exact local table and the rest are
-// snapped to the cube. loopCount: 0 loops forever, N > 0 repeats N times, negative
-// leaves out the looping (NETSCAPE2.0) extension. An invalid logicalScreen means the
-// bounding box of all frames.
-QByteArray encodeGif(const QList<GifFrame> &frames, QSize logicalScreen, int loopCount = 0);
-
-// A copy of a GIF written by encodeGif() cut off halfway through the image data of frame
-// number completeFrames, so exactly that many frames are intact. With completeFrames at
-// or past the frame count only the trailer byte is removed.
-QByteArray truncatedGif(const QByteArray &gif, int completeFrames);
-
-// What the block structure says about one frame, read without decoding any pixels, so
-// tests can check what was written independently of how a decoder interprets it.
-struct GifFrameInfo
-{
-    QRect rect; // from the image descriptor
-    bool hasGraphicControl = false;
-    int delayCentiseconds = -1; // -1 without a Graphic Control Extension
-    int transparentIndex = -1;
-    bool hasLocalColourTable = false;
-};
-
-// nullopt unless the data is a well-formed GIF up to and including its trailer.
-std::optional<QList<GifFrameInfo>> inspectGif(const QByteArray &gif);
+// Frames sharing one exact global colour table; pixels with alpha below 128 are transparent.
+// Empty when the frames use more than 256 colours in all.
+QByteArray encodeGif(const QList<GifFrame> &frames, QSize screen);
 
 } // namespace velmora::test
-
-Q_DECLARE_METATYPE(velmora::test::GifFrame)

@@ -1,6 +1,7 @@
 #include "images/animatedimagedecoder.h"
 
 #include "common/logging.h"
+#include "images/gifdecoder.h"
 
 #include <QBuffer>
 #include <QImageReader>
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 using namespace Qt::StringLiterals;
 
@@ -41,73 +43,8 @@ struct PixelSize
     qint64 height = 0;
 };
 
-// Qt's GIF scanner trusts the logical screen size only when a frame is of similar size, but
-// its decoder always paints onto the whole screen, so QImageReader::size() can under-report
-// the bitmaps a GIF will produce. The header is read directly for that reason.
-std::optional<PixelSize> gifLogicalScreen(const QByteArray &data)
+std::optional<PixelSize> pixelDimensions(const QImageReader &reader)
 {
-    if (data.size() < 10 || !(data.startsWith("GIF87a") || data.startsWith("GIF89a")))
-        return std::nullopt;
-    const auto byte = [&](int i) { return qint64(uchar(data[i])); };
-    const PixelSize size { byte(6) | (byte(7) << 8), byte(8) | (byte(9) << 8) };
-    if (size.width < 1 || size.height < 1)
-        return std::nullopt;
-    return size;
-}
-
-// Frames whose image data arrives complete, found by walking the block structure. Qt decodes a
-// frame cut short by the end of the data as if it were whole (the rest stays from the previous
-// frame), which would show as a glitch in every loop.
-int completeGifFrames(const QByteArray &data)
-{
-    const qsizetype size = data.size();
-    const auto at = [&](qsizetype i) { return uchar(data[i]); };
-    const auto colourTableSize
-        = [](uchar packed) { return (packed & 0x80) ? qsizetype(3) << ((packed & 0x07) + 1) : 0; };
-    // Returns the position after the terminating empty sub-block, or -1 past the end.
-    const auto skipSubBlocks = [&](qsizetype i) -> qsizetype {
-        while (i < size) {
-            const uchar length = at(i);
-            i += 1 + length;
-            if (length == 0)
-                return i;
-        }
-        return -1;
-    };
-
-    if (size < 13)
-        return 0;
-    qsizetype i = 13 + colourTableSize(at(10));
-    int frames = 0;
-    while (i < size) {
-        const uchar introducer = at(i);
-        if (introducer == 0x21) {
-            if (i + 2 > size)
-                break;
-            i = skipSubBlocks(i + 2);
-        } else if (introducer == 0x2c) {
-            if (i + 10 > size)
-                break;
-            i += 10 + colourTableSize(at(i + 9));
-            i = i < size ? skipSubBlocks(i + 1) : -1; // after the LZW code size
-            if (i >= 0)
-                ++frames;
-        } else {
-            break; // the trailer, or data no decoder would read past
-        }
-        if (i < 0)
-            break;
-    }
-    return frames;
-}
-
-std::optional<PixelSize> pixelDimensions(const QImageReader &reader, const QByteArray &data,
-                                         bool isGif)
-{
-    if (isGif) {
-        if (const auto screen = gifLogicalScreen(data))
-            return screen;
-    }
     const QSize size = reader.size();
     if (size.width() < 1 || size.height() < 1)
         return std::nullopt;
@@ -185,29 +122,14 @@ std::optional<LoadedImage> decodeStill(QImageReader &reader, const std::optional
     return LoadedImage::still(StillImageSource(forPainting(std::move(image))));
 }
 
-std::optional<LoadedImage> decodeAnimatedFrames(QImageReader &reader, int frameCount,
-                                                const PixelSize &size)
+std::optional<LoadedImage> decodeAnimatedFrames(const QByteArray &data, const detail::GifInfo &info)
 {
-    const QSize expected(int(size.width), int(size.height));
-    QList<QImage> frames;
-    QList<double> delays;
-    frames.reserve(frameCount);
-    delays.reserve(frameCount);
-    for (int i = 0; i < frameCount; ++i) {
-        QImage frame;
-        // A frame of another size than the one the policy approved would break the pixel
-        // bound, so it ends the animation like a frame that fails to decode.
-        if (!reader.read(&frame) || frame.size() != expected)
-            break;
-        // Qt reports delays in milliseconds and already reads 0 and a missing delay as 100.
-        const double delay = reader.nextImageDelay() / 1000.0;
-        frames.append(forPainting(std::move(frame)));
-        delays.append(std::max(delay, AnimatedImageDecoder::minimumFrameDelay));
-    }
-    if (frames.size() < AnimatedImageDecoderPolicy::minFrameCount)
+    detail::DecodedGif gif
+        = detail::decodeGifFrames(data, info, AnimatedImageDecoderPolicy::maxTotalPixels);
+    if (gif.frames.size() < AnimatedImageDecoderPolicy::minFrameCount)
         return std::nullopt;
     return LoadedImage::animated(
-        AnimatedImageSource(std::move(frames), std::move(delays), expected));
+        AnimatedImageSource(std::move(gif.frames), std::move(gif.delays), info.size));
 }
 
 } // namespace
@@ -235,29 +157,38 @@ std::optional<LoadedImage> AnimatedImageDecoder::decode(const QByteArray &data)
     buffer.setData(data);
     if (!buffer.open(QIODevice::ReadOnly))
         return std::nullopt;
-    QImageReader reader(&buffer);
-    if (!reader.canRead())
-        return std::nullopt;
-    const int count = reader.imageCount();
-    if (count < 1)
-        return std::nullopt;
 
-    const bool isGif = reader.format() == "gif";
-    const std::optional<PixelSize> size = pixelDimensions(reader, data, isGif);
-    if (count != 1 && isGif && size) {
-        if (AnimatedImageDecoderPolicy::shouldAnimate(count, size->width, size->height)) {
-            const int readable = std::min(count, completeGifFrames(data));
-            if (auto animation = decodeAnimatedFrames(reader, readable, *size))
-                return animation;
-            // The reader has moved past the first frame; the still starts over.
-            buffer.seek(0);
-            QImageReader stillReader(&buffer, "gif");
-            return decodeStill(stillReader, size);
-        }
-        qCDebug(lcVelmoraImages).noquote()
-            << u"AnimatedImageDecoder: GIF exceeds limit; falling back to still (frames="_s
-                + QString::number(count) + u", size="_s + sizeText(*size) + u")"_s;
+    // GIFs are sized and counted by their block structure: Qt's reader can under-report the
+    // logical screen, which is the size of every frame it decodes.
+    const std::optional<detail::GifInfo> gif
+        = detail::probeGif(data, AnimatedImageDecoderPolicy::maxFrameCount);
+    if (!gif) {
+        QImageReader reader(&buffer);
+        if (!reader.canRead() || reader.imageCount() < 1)
+            return std::nullopt;
+        return decodeStill(reader, pixelDimensions(reader));
     }
+
+    if (gif->frameCount < 1)
+        return std::nullopt;
+    std::optional<PixelSize> size;
+    if (!gif->size.isEmpty())
+        size = PixelSize { gif->size.width(), gif->size.height() };
+    if (gif->frameCount != 1 && size) {
+        if (AnimatedImageDecoderPolicy::shouldAnimate(gif->frameCount, size->width, size->height)) {
+            if (auto animation = decodeAnimatedFrames(data, *gif))
+                return animation;
+        } else if (lcVelmoraImages().isDebugEnabled()) {
+            // The probe stops counting past the limit; the log names the real count.
+            const int count = gif->frameCount > AnimatedImageDecoderPolicy::maxFrameCount
+                ? detail::probeGif(data, std::numeric_limits<int>::max())->frameCount
+                : gif->frameCount;
+            qCDebug(lcVelmoraImages).noquote()
+                << u"AnimatedImageDecoder: GIF exceeds limit; falling back to still (frames="_s
+                    + QString::number(count) + u", size="_s + sizeText(*size) + u")"_s;
+        }
+    }
+    QImageReader reader(&buffer, "gif");
     return decodeStill(reader, size);
 }
 

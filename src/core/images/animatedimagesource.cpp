@@ -23,6 +23,14 @@ QImage AnimatedImageSource::frameImage(qsizetype index) const
     return frame.convertToFormat(QImage::Format_ARGB32_Premultiplied);
 }
 
+qint64 AnimatedImageSource::residentBytes() const
+{
+    qint64 bytes = 0;
+    for (const QImage &frame : m_frames)
+        bytes += frame.sizeInBytes();
+    return bytes;
+}
+
 qsizetype AnimatedImageSource::frameIndexAt(double elapsedSeconds) const
 {
     return frameIndexForElapsed(m_delays, m_totalDuration, elapsedSeconds);

@@ -6,7 +6,8 @@
 
 namespace velmora {
 
-/// A decoded animation: every frame up front, so playback only swaps bitmaps.
+/// A decoded animation: every frame up front, so playback does no decoding. Frames are kept in
+/// 8 bits where their colours allow and expanded to 32 bits only when shown.
 class AnimatedImageSource
 {
 public:
@@ -25,6 +26,8 @@ public:
     /// The sum of `delays`, in seconds.
     double totalDuration() const { return m_totalDuration; }
     qsizetype frameCount() const { return m_frames.size(); }
+    /// Bytes the frames hold.
+    qint64 residentBytes() const;
 
     /// The frame on show `elapsedSeconds` after the loop started.
     qsizetype frameIndexAt(double elapsedSeconds) const;

@@ -12,7 +12,7 @@ QSize LoadedImage::size() const
 QImage LoadedImage::firstFrame() const
 {
     if (const auto *animation = animatedSource())
-        return animation->frames().value(0);
+        return animation->frameImage(0);
     return std::get<StillImageSource>(m_source).image();
 }
 

@@ -27,7 +27,7 @@ public:
 
     /// Pixel size: the still's, or the animation's first frame's.
     QSize size() const;
-    /// The still, or the animation's first frame.
+    /// The still, or the animation's first frame, ready to paint.
     QImage firstFrame() const;
 
 private:

@@ -1,38 +1,118 @@
 #include "gifwriter/gifwriter.h"
 #include "images/animatedimagedecoder.h"
+#include "images/gifdecoder.h"
 
 #include <QBuffer>
+#include <QFile>
+#include <QImageReader>
+#include <QPainter>
+#include <QRegion>
 #include <QTest>
 
 #include <numeric>
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
-using velmora::test::encodeGif;
-using velmora::test::GifFrame;
-using velmora::test::truncatedGif;
+using velmora::test::IndexedGifFrame;
+using velmora::test::writeIndexedGif;
 
 namespace {
 
-const QList<QRgb> palette { 0xffff0000, 0xff00ff00, 0xff0000ff, 0xffffff00,
-                            0xff00ffff, 0xffff00ff, 0xff808080, 0xff000000 };
+// Where a GIF frame deliberately differs from Qt's reader: the area shows `colour` instead.
+struct Correction
+{
+    int frame;
+    QRegion area;
+    QRgb colour;
+};
+
+struct GifCase
+{
+    QByteArray gif;
+    QList<Correction> corrections;
+    QList<int> wideFrames; // kept in 32 bits; all others in 8
+    QList<int> framesWithoutControl; // 0.1 s, where Qt repeats the delay before
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(GifCase)
+
+namespace {
+
+QList<QRgb> colours(int count, int seed = 0)
+{
+    QList<QRgb> list;
+    for (int i = 0; i < count; ++i)
+        list.append(qRgb((i * 37 + seed) % 256, (i * 11 + seed * 3) % 256, (i + seed) % 256));
+    return list;
+}
+
+const QList<QRgb> palette = colours(8);
+
+// Indices that change along both axes, so that any misplaced row or column shows.
+QByteArray pattern(QSize size, int colourCount, int seed = 0)
+{
+    QByteArray pixels(qsizetype(size.width()) * size.height(), Qt::Uninitialized);
+    for (int y = 0; y < size.height(); ++y) {
+        for (int x = 0; x < size.width(); ++x)
+            pixels[y * size.width() + x] = char((x * 3 + y * 5 + seed) % colourCount);
+    }
+    return pixels;
+}
+
+QByteArray solid(QSize size, int index)
+{
+    return QByteArray(qsizetype(size.width()) * size.height(), char(index));
+}
+
+// A pattern with holes of `transparentIndex` in every third pixel.
+QByteArray holes(QSize size, int colourCount, int transparentIndex, int seed = 0)
+{
+    QByteArray pixels = pattern(size, colourCount, seed);
+    for (qsizetype i = 0; i < pixels.size(); i += 3)
+        pixels[i] = char(transparentIndex);
+    return pixels;
+}
+
+IndexedGifFrame part(QRect rect, QByteArray pixels, int disposal = 0, int transparent = -1)
+{
+    IndexedGifFrame frame;
+    frame.rect = rect;
+    frame.pixels = std::move(pixels);
+    frame.disposal = disposal;
+    frame.transparentIndex = transparent;
+    return frame;
+}
+
+IndexedGifFrame full(QSize screen, QByteArray pixels, int transparent = -1)
+{
+    return part(QRect({}, screen), std::move(pixels), 0, transparent);
+}
 
 // Frame i is filled with palette colour i % 8, so the order of decoded frames shows.
-QList<GifFrame> solidFrames(int count, QSize size, int delayCentiseconds = 10,
-                            bool graphicControl = true)
+QList<IndexedGifFrame> solidFrames(int count, QSize size, int delay = 10, bool control = true)
 {
-    QList<GifFrame> frames;
+    QList<IndexedGifFrame> frames;
     for (int i = 0; i < count; ++i) {
-        QImage image(size, QImage::Format_RGB32);
-        image.fill(palette[i % palette.size()]);
-        frames.append(GifFrame(image, delayCentiseconds, graphicControl));
+        frames.append(full(size, solid(size, i % 8)));
+        frames.last().delayCentiseconds = delay;
+        frames.last().graphicControl = control;
     }
     return frames;
 }
 
-QByteArray gif(int count, QSize size, int delayCentiseconds = 10, bool graphicControl = true)
+QByteArray gif(int count, QSize size, QSize screen = {})
 {
-    return encodeGif(solidFrames(count, size, delayCentiseconds, graphicControl), size);
+    return writeIndexedGif(screen.isValid() ? screen : size, palette, solidFrames(count, size));
+}
+
+// Cut halfway through the image data of frame `complete`.
+QByteArray cutInFrame(QSize size, const QList<IndexedGifFrame> &frames, int complete)
+{
+    const qsizetype start = writeIndexedGif(size, palette, frames.first(complete)).size() - 1;
+    const qsizetype end = writeIndexedGif(size, palette, frames.first(complete + 1)).size() - 1;
+    return writeIndexedGif(size, palette, frames).left((start + end) / 2);
 }
 
 QByteArray gradient(QSize size, const char *format, qsizetype paddedTo = 0)
@@ -50,6 +130,18 @@ QByteArray gradient(QSize size, const char *format, qsizetype paddedTo = 0)
     return bytes.append(std::max<qsizetype>(0, paddedTo - bytes.size()), '\0');
 }
 
+// Transparent pixels compare equal whatever colour they carry.
+QImage normalised(const QImage &image)
+{
+    QImage out = image.convertToFormat(QImage::Format_ARGB32);
+    for (int y = 0; y < out.height(); ++y) {
+        auto *line = reinterpret_cast<QRgb *>(out.scanLine(y));
+        std::replace_if(
+            line, line + out.width(), [](QRgb p) { return qAlpha(p) == 0; }, 0);
+    }
+    return out;
+}
+
 } // namespace
 
 class tst_AnimatedImageDecoder : public QObject
@@ -61,6 +153,10 @@ private Q_SLOTS:
     void shouldAnimate();
     void decode_data();
     void decode();
+    void gifFramesMatchQtReader_data();
+    void gifFramesMatchQtReader();
+    void damagedGif_data();
+    void damagedGif();
     void decodeAsyncRunsOffTheCallingThread();
 };
 
@@ -113,27 +209,29 @@ void tst_AnimatedImageDecoder::decode_data()
     still("9000-pixel side", gif(2, QSize(9000, 4)), QSize(4096, 2), false);
     still("100 frames of 800x600", gif(100, QSize(800, 600)), QSize(800, 600), true);
     {
-        QList<GifFrame> frames = solidFrames(4, small);
+        QList<IndexedGifFrame> frames = solidFrames(4, small);
         frames[0].delayCentiseconds = 100;
         frames[1].delayCentiseconds = 0;
         frames[2].delayCentiseconds = 5;
         frames[3].delayCentiseconds = 37;
-        animated("zero and short delays", encodeGif(frames, small), small, { 1.0, 0.1, 0.1, 0.37 });
+        animated("zero and short delays", writeIndexedGif(small, palette, frames), small,
+                 { 1.0, 0.1, 0.1, 0.37 });
+        frames = solidFrames(3, small, 50);
+        frames[1].graphicControl = frames[2].graphicControl = false;
+        animated("frames without a delay block", writeIndexedGif(small, palette, frames), small,
+                 { 0.5, 0.1, 0.1 });
     }
-    animated("missing delays", gif(3, small, 50, false), small, QList<double>(3, 0.1));
-    animated("truncated after three of five", truncatedGif(gif(5, small), 3), small,
+    animated("cut in the fourth of five frames", cutInFrame(small, solidFrames(5, small), 3), small,
              QList<double>(3, 0.1));
     none("cut inside the header", gif(5, small).left(11));
-    // Qt's size() believes the frames over the screen here, but every decoded bitmap would be
-    // the full 3000x3000 screen: 200 of them are far over the pixel bound.
-    still("large screen behind small frames",
-          encodeGif(solidFrames(200, QSize(10, 10)), QSize(3000, 3000)), QSize(3000, 3000), true);
+    // Every frame is the logical screen, whatever the image blocks say: 200 of 3000x3000.
+    still("large screen behind small frames", gif(200, QSize(10, 10), QSize(3000, 3000)),
+          QSize(3000, 3000), true);
     // A still of a codec that cannot decode at a reduced size is decoded whole first, so the
     // whole bitmap has to fit the budget of 30,000,000 pixels.
-    still("still at the pixel budget", encodeGif(solidFrames(1, QSize(10, 10)), QSize(6000, 5000)),
-          QSize(4096, 3413), true);
-    none("still over the pixel budget",
-         encodeGif(solidFrames(1, QSize(10, 10)), QSize(6001, 5000)));
+    still("still at the pixel budget", gif(1, QSize(10, 10), QSize(6000, 5000)), QSize(4096, 3413),
+          true);
+    none("still over the pixel budget", gif(1, QSize(10, 10), QSize(6001, 5000)));
     still("5000x3000 jpeg", gradient(QSize(5000, 3000), "jpeg"), QSize(4096, 2458), false);
     still("png at the byte limit", gradient(small, "png", AnimatedImageDecoder::maxDataSize), small,
           false);
@@ -167,12 +265,237 @@ void tst_AnimatedImageDecoder::decode()
         QCOMPARE(animation->frameCount(), delays.size());
         QCOMPARE(animation->totalDuration(), std::accumulate(delays.begin(), delays.end(), 0.0));
         for (qsizetype i = 0; i < animation->frameCount(); ++i) {
-            const QImage &frame = animation->frames()[i];
-            QCOMPARE(frame.size(), size);
+            QCOMPARE(animation->frames()[i].size(), size);
+            QCOMPARE(animation->frameImage(i).format(), QImage::Format_ARGB32_Premultiplied);
             if (exactColours)
-                QCOMPARE(QColor(frame.pixel(0, 0)), QColor(palette[i % palette.size()]));
+                QCOMPARE(QColor(animation->frameImage(i).pixel(0, 0)), QColor(palette[i % 8]));
         }
     }
+}
+
+void tst_AnimatedImageDecoder::gifFramesMatchQtReader_data()
+{
+    QTest::addColumn<GifCase>("testCase");
+    const QSize s(17, 13);
+    const QList<QRgb> table = colours(32);
+    const auto add = [](const char *name, QByteArray gif, QList<Correction> corrections = {},
+                        QList<int> wide = {}, QList<int> noControl = {}) {
+        QVERIFY2(!gif.isEmpty(), name);
+        QTest::newRow(name) << GifCase { gif, corrections, wide, noControl };
+    };
+
+    {
+        IndexedGifFrame a = full(s, pattern(s, 8)), b = full(s, pattern(s, 64, 3));
+        a.localColours = colours(8, 100);
+        b.localColours = colours(64, 50);
+        b.interlaced = true;
+        add("local tables, one interlaced",
+            writeIndexedGif(s, table, { a, b, full(s, pattern(s, 5)) }));
+        add("local tables and no global one", writeIndexedGif(s, {}, { a, b }));
+    }
+    // Qt's canvas has an alpha channel only when the first frame is transparent.
+    add("partial frames at offsets, with and without holes",
+        writeIndexedGif(s, table,
+                        { full(s, holes(s, 32, 31), 31),
+                          part(QRect(3, 2, 5, 4), pattern({ 5, 4 }, 32, 1)),
+                          part(QRect(9, 8, 8, 5), holes({ 8, 5 }, 32, 0), 1, 0),
+                          part(QRect(0, 12, 17, 1), pattern({ 17, 1 }, 32, 2)) }));
+    {
+        IndexedGifFrame c = part(QRect(2, 2, 6, 9), holes({ 6, 9 }, 32, 5), 2, 5);
+        c.interlaced = true;
+        add("background disposal of transparent frames",
+            writeIndexedGif(s, table,
+                            { full(s, holes(s, 32, 0), 0),
+                              part(QRect(1, 1, 9, 7), holes({ 9, 7 }, 32, 4, 1), 2, 4), c,
+                              part(QRect(6, 6, 2, 2), solid({ 2, 2 }, 9)) }));
+    }
+    {
+        IndexedGifFrame a = full(s, holes(s, 32, 3), 3);
+        a.disposal = 3; // back to the empty screen
+        add("restore previous, also after the first frame and twice in a row",
+            writeIndexedGif(s, table,
+                            { a, part(QRect(0, 0, 9, 9), pattern({ 9, 9 }, 32, 2), 3),
+                              part(QRect(5, 5, 12, 8), holes({ 12, 8 }, 32, 1), 3, 1),
+                              part(QRect(4, 4, 3, 3), solid({ 3, 3 }, 20), 1),
+                              part(QRect(14, 0, 3, 3), solid({ 3, 3 }, 21)) }));
+    }
+    {
+        // Qt fills the rows of an interlaced image 3 or 4 rows high in the wrong order. Each
+        // frame has a column of its own, so what it leaves stays on show.
+        const QSize wide(30, 13);
+        const QList<int> heights { 1, 2, 3, 4, 5, 6, 7, 9, 12 };
+        QList<IndexedGifFrame> frames { full(wide, pattern(wide, 32)) };
+        QList<Correction> corrections;
+        for (int h : heights) {
+            const int x = 3 * int(frames.size() - 1);
+            QByteArray rows = pattern({ 3, h }, 32, h);
+            if (h == 3 || h == 4) {
+                rows.clear();
+                for (int y = 0; y < h; ++y) {
+                    rows += QByteArray(3, char(10 + y));
+                    for (qsizetype f = frames.size(); f <= heights.size(); ++f)
+                        corrections.append({ int(f), QRect(x, y, 3, 1), table[10 + y] });
+                }
+            }
+            frames.append(part(QRect(x, 0, 3, h), rows));
+            frames.last().interlaced = true;
+        }
+        add("interlaced frames of many heights", writeIndexedGif(wide, table, frames), corrections);
+    }
+    add("frames past the right and bottom edges are clipped",
+        writeIndexedGif(s, table,
+                        { full(s, pattern(s, 32)),
+                          part(QRect(12, 3, 9, 4), pattern({ 9, 4 }, 32, 1)),
+                          part(QRect(15, 11, 300, 200), pattern({ 300, 200 }, 32, 3)),
+                          part(QRect(40, 40, 2, 2), solid({ 2, 2 }, 1)) }));
+    {
+        IndexedGifFrame b = part(QRect(4, 4, 6, 6), pattern({ 6, 6 }, 4));
+        b.localColours = colours(2, 9); // indices 2 and 3 lie past the table
+        add("indices past the colour table are transparent",
+            writeIndexedGif(s, table, { full(s, holes(s, 32, 2), 2), b }));
+    }
+    {
+        // 400 pixels in 256 colours; 4 more make 260, so frames 1, 3 and 5 need 32 bits. Frame 2
+        // paints them over and frame 3 restores them; frame 4 does the same, and frame 5 adds
+        // them again until frame 6 restores the 256. Frame 7 covers everything.
+        const QSize big(20, 20);
+        QByteArray all(400, Qt::Uninitialized);
+        for (int i = 0; i < 400; ++i)
+            all[i] = char(i % 256);
+        IndexedGifFrame other = part(QRect(0, 0, 2, 2), pattern({ 2, 2 }, 4));
+        other.localColours = colours(4, 200);
+        IndexedGifFrame otherSaved = other;
+        otherSaved.disposal = 3;
+        const QByteArray original("\0\1\24\25", 4); // the indices frame 0 has there
+        add("more than 256 colours on the screen",
+            writeIndexedGif(big, colours(256, 1),
+                            { full(big, all), other, part(QRect(0, 0, 2, 2), original, 3),
+                              part(QRect(5, 5, 1, 1), solid({ 1, 1 }, 7)),
+                              part(QRect(0, 0, 2, 2), original), otherSaved,
+                              part(QRect(5, 5, 1, 1), solid({ 1, 1 }, 8)),
+                              full(big, pattern(big, 256)) }),
+            {}, { 1, 3, 5 });
+        // Qt's canvas has no alpha channel after an opaque first frame, so the cleared area
+        // reads as white there.
+        add("256 colours and then a background disposal",
+            writeIndexedGif(big, colours(256, 1),
+                            { full(big, all),
+                              part(QRect(3, 3, 5, 5), holes({ 5, 5 }, 256, 255, 9), 2, 255),
+                              part(QRect(0, 0, 1, 1), solid({ 1, 1 }, 3)) }),
+            { { 2, QRect(3, 3, 5, 5), 0 } });
+    }
+    {
+        IndexedGifFrame a = full(s, holes(s, 32, 6), 6);
+        a.delayCentiseconds = 50;
+        IndexedGifFrame b = part(QRect(2, 2, 3, 1), QByteArray("\6\7\6", 3));
+        b.graphicControl = false;
+        IndexedGifFrame c = part(QRect(0, 0, 1, 1), solid({ 1, 1 }, 8));
+        c.delayCentiseconds = 25;
+        // Qt lets a frame without a control block inherit the transparency and delay before it.
+        const QRegion sixes = QRegion(2, 2, 1, 1) + QRect(4, 2, 1, 1);
+        add("a frame without a control block has no transparency and no delay",
+            writeIndexedGif(s, table, { a, b, c }),
+            { { 1, sixes, table[6] }, { 2, sixes, table[6] } }, {}, { 1 });
+    }
+    {
+        // Qt paints the background colour (index 4 here) where browsers leave the screen clear:
+        // around an opaque first frame smaller than the screen, and where a frame is disposed.
+        IndexedGifFrame b = full(s, pattern(s, 32, 1));
+        b.disposal = 2;
+        add("the screen starts clear and disposal clears it",
+            writeIndexedGif(s, table,
+                            { part(QRect(2, 3, 4, 4), pattern({ 4, 4 }, 32)), b,
+                              part(QRect(0, 0, 1, 1), solid({ 1, 1 }, 2)) },
+                            4),
+            { { 0, QRegion(QRect({}, s)) - QRect(2, 3, 4, 4), 0 },
+              { 2, QRect({}, s), 0 },
+              { 2, QRect(0, 0, 1, 1), table[2] } });
+    }
+    QFile welcome(QStringLiteral(VELMORA_EXAMPLES_DIR "/campaigns/images/welcome.gif"));
+    QVERIFY(welcome.open(QIODevice::ReadOnly));
+    add("an example campaign's GIF", welcome.readAll());
+}
+
+// Frame by frame and pixel by pixel, on GIFs written in palette indices so that every feature
+// of the format is exercised on purpose.
+void tst_AnimatedImageDecoder::gifFramesMatchQtReader()
+{
+    QFETCH(GifCase, testCase);
+    QBuffer buffer(&testCase.gif);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer, "gif");
+    QList<QImage> expected;
+    QList<double> expectedDelays;
+    for (QImage frame; reader.read(&frame);) {
+        expected.append(normalised(frame));
+        expectedDelays.append(std::max(reader.nextImageDelay() / 1000.0, 0.1));
+    }
+    for (const Correction &c : testCase.corrections) {
+        QPainter painter(&expected[c.frame]);
+        painter.setCompositionMode(QPainter::CompositionMode_Source);
+        painter.setClipRegion(c.area);
+        painter.fillRect(c.area.boundingRect(), QColor::fromRgba(c.colour));
+    }
+    for (int i : testCase.framesWithoutControl)
+        expectedDelays[i] = 0.1;
+
+    const std::optional<LoadedImage> image = AnimatedImageDecoder::decode(testCase.gif);
+    QVERIFY(image && image->isAnimated());
+    const AnimatedImageSource &animation = *image->animatedSource();
+    QCOMPARE(animation.frameCount(), expected.size());
+    QCOMPARE(animation.size(), expected.first().size());
+    for (qsizetype i = 0; i < animation.frameCount(); ++i) {
+        QCOMPARE(animation.frames()[i].format(),
+                 testCase.wideFrames.contains(i) ? QImage::Format_ARGB32_Premultiplied
+                                                 : QImage::Format_Indexed8);
+        if (normalised(animation.frameImage(i)) != expected[i]) {
+            expected[i].save(u"expected-%1.png"_s.arg(i));
+            normalised(animation.frameImage(i)).save(u"actual-%1.png"_s.arg(i));
+            QFAIL(qPrintable(u"frame %1 differs (see expected-%1.png and actual-%1.png)"_s.arg(i)));
+        }
+    }
+    QCOMPARE(animation.delays(), expectedDelays);
+}
+
+void tst_AnimatedImageDecoder::damagedGif_data()
+{
+    QTest::addColumn<QByteArray>("gif");
+    QTest::addColumn<int>("pixelBudget");
+    QTest::addColumn<int>("frames");
+
+    const QSize s(6, 5);
+    const QList<IndexedGifFrame> three = solidFrames(3, s);
+    const QByteArray gif = writeIndexedGif(s, palette, three);
+    // The first two frames, then the blocks of a third.
+    const auto third = [&](QByteArrayView blocks) -> QByteArray {
+        return writeIndexedGif(s, palette, three.first(2)).chopped(1) + blocks + "\x3b";
+    };
+    constexpr int budget = 30'000'000;
+    QTest::newRow("no trailer") << gif.chopped(1) << budget << 3;
+    QTest::newRow("third frame without its terminator") << gif.chopped(2) << budget << 2;
+    QTest::newRow("cut in the third frame") << cutInFrame(s, three, 2) << budget << 2;
+    QTest::newRow("third frame ends its data early")
+        << third(QByteArrayView("\x2c\0\0\0\0\6\0\5\0\0\2\1\x2c\0", 14)) << budget << 2;
+    QTest::newRow("third frame with a code size of 12")
+        << third(QByteArrayView("\x2c\0\0\0\0\6\0\5\0\0\x0c\1\0\0", 14)) << budget << 2;
+    QTest::newRow("third frame of 65535 x 65535, past the budget")
+        << third(QByteArrayView("\x2c\0\0\0\0\xff\xff\xff\xff\0\2\1\x2c\0", 14)) << budget << 2;
+    QTest::newRow("third frame one pixel past the budget") << gif << 89 << 2;
+    QTest::newRow("all frames within the budget") << gif << 90 << 3;
+}
+
+// Damage ends the animation at the last whole frame, and the pixels the images declare bound
+// the work even where the screen would clip them.
+void tst_AnimatedImageDecoder::damagedGif()
+{
+    QFETCH(QByteArray, gif);
+    QFETCH(int, pixelBudget);
+    QFETCH(int, frames);
+    const std::optional<detail::GifInfo> info = detail::probeGif(gif, 200);
+    QVERIFY(info);
+    const detail::DecodedGif decoded = detail::decodeGifFrames(gif, *info, pixelBudget);
+    QCOMPARE(decoded.frames.size(), frames);
+    QCOMPARE(decoded.delays.size(), frames);
 }
 
 void tst_AnimatedImageDecoder::decodeAsyncRunsOffTheCallingThread()
