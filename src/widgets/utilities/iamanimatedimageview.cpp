@@ -4,21 +4,30 @@
 
 #include <QPainter>
 #include <QPainterPath>
-#include <QScreen>
 #include <QWindow>
 
 #include <cmath>
+#include <optional>
 
 namespace velmora {
 
 namespace {
 
-// A refresh for every frame of the screen the view is on.
-int refreshInterval(const QWidget *widget)
+// Seconds from `elapsed` until the frame then on show has run its delay; nothing when the
+// animation has no other frame to move on to. Mirrors the frame selection of the clock.
+std::optional<double> secondsToNextFrame(const QList<double> &delays, double totalDuration,
+                                         double elapsed)
 {
-    const QScreen *screen = widget->screen();
-    const qreal rate = screen && screen->refreshRate() > 1 ? screen->refreshRate() : 60.0;
-    return std::clamp(int(std::lround(1000.0 / rate)), 4, 50);
+    if (delays.size() < 2 || !(totalDuration > 0))
+        return std::nullopt;
+    const double t = elapsed > 0 ? std::fmod(elapsed, totalDuration) : 0.0;
+    double end = 0;
+    for (const double delay : delays) {
+        end += delay;
+        if (t < end)
+            return end - t;
+    }
+    return std::max(0.0, totalDuration - t);
 }
 
 QPainterPath roundedShape(const QRectF &rect, qreal radius, IAMAnimatedImageView::Corners corners)
@@ -59,8 +68,11 @@ QPainterPath roundedShape(const QRectF &rect, qreal radius, IAMAnimatedImageView
 IAMAnimatedImageView::IAMAnimatedImageView(QWidget *parent)
     : QWidget(parent)
 {
-    m_refreshTimer.setTimerType(Qt::PreciseTimer);
-    connect(&m_refreshTimer, &QTimer::timeout, this, &IAMAnimatedImageView::advanceAnimation);
+    // One wake-up per frame, at the moment the frame on show has run its delay: a coarse
+    // timer could show a frame up to a twentieth of its delay late.
+    m_frameTimer.setTimerType(Qt::PreciseTimer);
+    m_frameTimer.setSingleShot(true);
+    connect(&m_frameTimer, &QTimer::timeout, this, &IAMAnimatedImageView::advanceAnimation);
 }
 
 IAMAnimatedImageView::~IAMAnimatedImageView() = default;
@@ -115,6 +127,7 @@ void IAMAnimatedImageView::setContentMode(ContentMode mode)
         return;
     m_contentMode = mode;
     m_rendered = {};
+    updateOpacity();
     update();
 }
 
@@ -130,6 +143,7 @@ void IAMAnimatedImageView::setCornerRadius(qreal radius, Corners corners)
 {
     m_cornerRadius = std::max<qreal>(0, radius);
     m_roundedCorners = corners;
+    updateOpacity();
     update();
 }
 
@@ -143,27 +157,44 @@ void IAMAnimatedImageView::setTimeSource(AnimationClock::TimeSource now)
 
 void IAMAnimatedImageView::startAnimatingIfNeeded()
 {
-    if (!animatedSource() || m_refreshTimer.isActive() || !isVisible())
+    if (!animatedSource() || m_frameTimer.isActive() || !isVisible())
         return;
     m_clock.restart();
-    m_refreshTimer.start(refreshInterval(this));
-    // Show the first frame now rather than at the first refresh, so the frame that was on
+    // Show the first frame now rather than at the first wake-up, so the frame that was on
     // show when the view left its window is never painted again.
     showFrameOnTime();
+    scheduleNextFrame();
 }
 
 void IAMAnimatedImageView::stopAnimating()
 {
-    m_refreshTimer.stop();
+    m_frameTimer.stop();
     m_clock.stop();
 }
 
 void IAMAnimatedImageView::advanceAnimation()
 {
     // A minimised or covered window has nothing to repaint; the loop goes on meanwhile.
-    if (const QWindow *window = this->window()->windowHandle(); window && !window->isExposed())
+    const QWindow *window = this->window()->windowHandle();
+    if (!window || window->isExposed())
+        showFrameOnTime();
+    scheduleNextFrame();
+}
+
+void IAMAnimatedImageView::scheduleNextFrame()
+{
+    const AnimatedImageSource *source = animatedSource();
+    const std::optional<double> seconds = source && m_clock.isRunning()
+        ? secondsToNextFrame(source->delays(), source->totalDuration(), m_clock.elapsed())
+        : std::nullopt;
+    if (!seconds) {
+        m_frameTimer.stop();
         return;
-    showFrameOnTime();
+    }
+    // Rounded up, so that the frame has changed when the timer fires; a day at most, as a
+    // guard against absurd delays.
+    const double ms = std::clamp(std::ceil(*seconds * 1000.0), 1.0, 86'400'000.0);
+    m_frameTimer.start(int(ms));
 }
 
 void IAMAnimatedImageView::showFrameOnTime()
@@ -178,8 +209,11 @@ void IAMAnimatedImageView::showFrameOnTime()
 
 void IAMAnimatedImageView::showFrame(qsizetype index)
 {
+    const AnimatedImageSource *source = animatedSource();
     m_shownIndex = index;
-    setFrame(animatedSource()->frameImage(index));
+    // The frame as decoded: painting samples it straight into the window, whatever its
+    // format, so a frame change neither converts nor allocates.
+    setFrame(index >= 0 && index < source->frameCount() ? source->frames().at(index) : QImage());
     Q_EMIT frameChanged(int(index));
 }
 
@@ -187,31 +221,53 @@ void IAMAnimatedImageView::setFrame(QImage frame)
 {
     m_frame = std::move(frame);
     m_rendered = {};
+    updateOpacity();
     update();
 }
 
-const IAMAnimatedImageView::Rendered &IAMAnimatedImageView::rendered(qreal ratio)
+void IAMAnimatedImageView::updateOpacity()
 {
-    const QSize deviceSize(int(std::lround(width() * ratio)), int(std::lround(height() * ratio)));
-    if (!m_rendered.image.isNull() && m_rendered.deviceSize == deviceSize
-        && m_rendered.ratio == ratio)
-        return m_rendered;
+    // An opaque frame that covers the whole view spares repainting what lies beneath it.
+    const bool opaque = !m_frame.isNull() && !m_frame.hasAlphaChannel()
+        && m_contentMode == ContentMode::AspectFill && !(m_cornerRadius > 0 && m_roundedCorners);
+    setAttribute(Qt::WA_OpaquePaintEvent, opaque);
+}
 
-    m_rendered = { {}, {}, deviceSize, ratio };
-    if (m_frame.isNull() || deviceSize.isEmpty())
-        return m_rendered;
-
+IAMAnimatedImageView::Placement IAMAnimatedImageView::placement(qreal ratio) const
+{
+    Placement place;
+    place.deviceSize = QSize(int(std::lround(width() * ratio)), int(std::lround(height() * ratio)));
+    place.ratio = ratio;
+    if (m_frame.isNull() || place.deviceSize.isEmpty())
+        return place;
     const QSize source = m_frame.size();
-    const qreal scaleX = qreal(deviceSize.width()) / source.width();
-    const qreal scaleY = qreal(deviceSize.height()) / source.height();
+    const qreal scaleX = qreal(place.deviceSize.width()) / source.width();
+    const qreal scaleY = qreal(place.deviceSize.height()) / source.height();
     const qreal scale = m_contentMode == ContentMode::AspectFill ? std::max(scaleX, scaleY)
                                                                  : std::min(scaleX, scaleY);
     const QSize scaled(std::max(1, int(std::lround(source.width() * scale))),
                        std::max(1, int(std::lround(source.height() * scale))));
-    const QPoint offset((deviceSize.width() - scaled.width()) / 2,
-                        (deviceSize.height() - scaled.height()) / 2);
+    const QPoint offset((place.deviceSize.width() - scaled.width()) / 2,
+                        (place.deviceSize.height() - scaled.height()) / 2);
+    place.target = QRect(offset, scaled);
+    return place;
+}
 
-    if (scaled == source) {
+const IAMAnimatedImageView::Rendered &IAMAnimatedImageView::rendered(qreal ratio)
+{
+    const Placement place = placement(ratio);
+    if (!m_rendered.image.isNull() && m_rendered.deviceSize == place.deviceSize
+        && m_rendered.ratio == ratio)
+        return m_rendered;
+
+    m_rendered = { {}, {}, place.deviceSize, ratio };
+    if (place.target.isEmpty())
+        return m_rendered;
+
+    const QSize deviceSize = place.deviceSize;
+    const QSize scaled = place.target.size();
+    const QPoint offset = place.target.topLeft();
+    if (scaled == m_frame.size()) {
         m_rendered.image = m_frame;
         m_rendered.offset = offset;
     } else if (qint64(scaled.width()) * scaled.height()
@@ -241,34 +297,58 @@ void IAMAnimatedImageView::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
     const bool rounded = m_cornerRadius > 0 && m_roundedCorners;
-    const QPainterPath shape = roundedShape(rect(), m_cornerRadius, m_roundedCorners);
     if (rounded)
         painter.setRenderHint(QPainter::Antialiasing);
+    const auto shape = [this] { return roundedShape(rect(), m_cornerRadius, m_roundedCorners); };
 
     if (m_frame.isNull()) {
         if (m_placeholderColor.isValid() && m_placeholderColor.alpha() > 0)
-            painter.fillPath(shape, m_placeholderColor);
+            painter.fillPath(shape(), m_placeholderColor);
         return;
     }
 
     // The ratio of the device actually painted on, which for grab() and render() into a
     // high-density image differs from the screen's.
     const qreal ratio = std::max<qreal>(0.1, painter.deviceTransform().m11());
-    const Rendered &image = rendered(ratio);
-    if (image.image.isNull())
-        return;
-    const QRectF target(QPointF(image.offset) / ratio, QSizeF(image.image.size()) / ratio);
+    QImage image;
+    QRectF target;
+    if (animatedSource()) {
+        // Frames change far more often than the view is repainted without one, so each is
+        // sampled straight from its source pixels instead of through a resampled copy.
+        const Placement place = placement(ratio);
+        if (place.target.isEmpty())
+            return;
+        image = m_frame;
+        target
+            = QRectF(QPointF(place.target.topLeft()) / ratio, QSizeF(place.target.size()) / ratio);
+        painter.setRenderHint(QPainter::SmoothPixmapTransform, place.target.size() != image.size());
+    } else {
+        const Rendered &rendered = this->rendered(ratio);
+        if (rendered.image.isNull())
+            return;
+        image = rendered.image;
+        target = QRectF(QPointF(rendered.offset) / ratio, QSizeF(image.size()) / ratio);
+    }
     if (!rounded) {
-        painter.drawImage(target, image.image);
+        // Only the part that shows: a cropped fill would otherwise sample the overflow too.
+        const QRectF visible = target.intersected(QRectF(rect()));
+        if (visible.isEmpty())
+            return;
+        const qreal sx = image.width() / target.width();
+        const qreal sy = image.height() / target.height();
+        painter.drawImage(visible, image,
+                          QRectF((visible.x() - target.x()) * sx, (visible.y() - target.y()) * sy,
+                                 visible.width() * sx, visible.height() * sy));
         return;
     }
     // Texture fill instead of a clip path: a clip path has jagged edges.
-    QBrush texture(image.image);
+    QBrush texture(image);
     texture.setTransform(
-        QTransform::fromTranslate(target.x(), target.y()).scale(1 / ratio, 1 / ratio));
+        QTransform::fromTranslate(target.x(), target.y())
+            .scale(target.width() / image.width(), target.height() / image.height()));
     QPainterPath imageArea;
     imageArea.addRect(target);
-    painter.fillPath(shape.intersected(imageArea), texture);
+    painter.fillPath(shape().intersected(imageArea), texture);
 }
 
 void IAMAnimatedImageView::resizeEvent(QResizeEvent *event)

@@ -20,9 +20,9 @@ class ImageLoader;
 /// for its own delay. Frames are drawn from their source pixels at the device pixel ratio of
 /// the screen, scaled to fill (cropping) or to fit the view.
 ///
-/// An animation plays only while the view is visible in a window: a refresh timer runs then
-/// and swaps the bitmap only when the frame on show changes. Hidden, the timer stops; shown
-/// again, the loop starts over at the first frame.
+/// An animation plays only while the view is visible in a window: a timer then wakes the view
+/// once per frame, when the frame on show has run its delay, and nothing happens in between.
+/// Hidden, the timer stops; shown again, the loop starts over at the first frame.
 ///
 ///     auto *cover = new IAMAnimatedImageView(card);
 ///     cover->setPlaceholderColor(palette::coverImagePlaceholderColor());
@@ -83,11 +83,11 @@ public:
     qreal cornerRadius() const { return m_cornerRadius; }
     Corners roundedCorners() const { return m_roundedCorners; }
 
-    /// Whether the refresh timer of an animation is running.
-    bool isAnimating() const { return m_refreshTimer.isActive(); }
+    /// Whether the frame timer of an animation is running.
+    bool isAnimating() const { return m_frameTimer.isActive(); }
     /// The frame of the animation on show; -1 when no animation frame is shown.
     qsizetype currentFrameIndex() const { return m_shownIndex; }
-    /// The bitmap on show: the still, or the current frame ready to paint.
+    /// The bitmap on show: the still, or the current frame as decoded (possibly 8-bit indexed).
     QImage currentImage() const { return m_frame; }
 
     /// The monotonic clock of the animation; a steady clock by default. For tests.
@@ -105,8 +105,15 @@ protected:
     void hideEvent(QHideEvent *event) override;
 
 private:
-    // The bitmap on show resampled once to the device pixels it covers, so that painting
-    // (every step of a fade, for one) is a plain copy.
+    // Where the bitmap on show lands, in device pixels of the painted device.
+    struct Placement
+    {
+        QRect target; // the whole scaled image, possibly larger than the view
+        QSize deviceSize;
+        qreal ratio = 0;
+    };
+    // A still resampled once to the device pixels it covers, so that painting (every step of a
+    // fade, for one) is a plain copy.
     struct Rendered
     {
         QImage image;
@@ -120,16 +127,19 @@ private:
     void stopAnimating();
     void advanceAnimation();
     void showFrameOnTime();
+    void scheduleNextFrame();
     void showFrame(qsizetype index);
     void setFrame(QImage frame);
+    Placement placement(qreal ratio) const;
     const Rendered &rendered(qreal ratio);
+    void updateOpacity();
 
     std::optional<LoadedImage> m_image;
     QImage m_frame;
     Rendered m_rendered;
     qsizetype m_shownIndex = -1;
     AnimationClock m_clock;
-    QTimer m_refreshTimer;
+    QTimer m_frameTimer;
     QPointer<ImageLoader> m_loader;
     quint64 m_generation = 0;
     ContentMode m_contentMode = ContentMode::AspectFill;
