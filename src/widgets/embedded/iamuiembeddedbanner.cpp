@@ -102,6 +102,11 @@ EmbeddedBannerStore *IAMUIEmbeddedBanner::defaultStore()
     return defaultStoreSlot().data();
 }
 
+EmbeddedBannerStore *IAMUIEmbeddedBanner::store() const
+{
+    return m_store.data();
+}
+
 void IAMUIEmbeddedBanner::setComponentId(const QString &componentId)
 {
     if (m_componentId == componentId)

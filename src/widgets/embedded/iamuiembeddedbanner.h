@@ -1,6 +1,7 @@
 #pragma once
 
 #include "images/loadedimage.h"
+#include "presentation/embeddedbannerstore.h"
 
 #include <QPointer>
 #include <QString>
@@ -68,7 +69,7 @@ public:
     static void setDefaultStore(EmbeddedBannerStore *store);
     static EmbeddedBannerStore *defaultStore();
 
-    EmbeddedBannerStore *store() const { return m_store.data(); }
+    EmbeddedBannerStore *store() const;
 
     QString componentId() const { return m_componentId.value_or(QString()); }
     void setComponentId(const QString &componentId);
