@@ -91,33 +91,33 @@ qint64 decodedPixelsBeforeScaling(const QImageReader &reader, const PixelSize &s
 
 std::optional<LoadedImage> decodeStill(QImageReader &reader, const std::optional<PixelSize> &size)
 {
+    const auto downsampleFailed = [](const PixelSize &size) {
+        qCDebug(lcVelmoraImages).noquote()
+            << u"AnimatedImageDecoder: downsample failed for oversized still (size="_s
+                + sizeText(size) + u"), rejecting"_s;
+        return std::nullopt;
+    };
     QImage image;
     if (size && std::max(size->width, size->height) > AnimatedImageDecoder::maxStillSide) {
         const QSize target = downsampledSize(*size);
-        if (decodedPixelsBeforeScaling(reader, *size, target) <= maxBitmapPixels) {
-            reader.setScaledSize(target);
-            reader.read(&image);
-        }
-        if (image.isNull()) {
-            qCDebug(lcVelmoraImages).noquote()
-                << u"AnimatedImageDecoder: downsample failed for oversized still (size="_s
-                    + sizeText(*size) + u"), rejecting"_s;
-            return std::nullopt;
-        }
-    } else {
-        if (!size) {
-            // Without a size up front nothing could be checked before decoding; still keep
-            // the promise about what comes out.
-            if (!reader.read(&image))
-                return std::nullopt;
-            if (std::max(image.width(), image.height()) > AnimatedImageDecoder::maxStillSide)
-                image = image.scaled(downsampledSize(PixelSize { image.width(), image.height() }),
-                                     Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-        } else if (!reader.read(&image)) {
-            return std::nullopt;
-        }
+        if (decodedPixelsBeforeScaling(reader, *size, target) > maxBitmapPixels)
+            return downsampleFailed(*size);
+        reader.setScaledSize(target);
+        // A JPEG that fails part-way comes back at libjpeg's intermediate scale, larger than
+        // the target, so a failed read is a failed downsample whatever it left in `image`.
+        if (!reader.read(&image) || image.isNull())
+            return downsampleFailed(*size);
+    } else if (!reader.read(&image) || image.isNull()) {
+        return std::nullopt;
+    }
+    // What the reader returned counts, not what it announced or was asked for: a handler may
+    // ignore the scaled size, and without a size up front nothing was checked before decoding.
+    if (const PixelSize decoded { image.width(), image.height() };
+        std::max(decoded.width, decoded.height) > AnimatedImageDecoder::maxStillSide) {
+        image = image.scaled(downsampledSize(decoded), Qt::IgnoreAspectRatio,
+                             Qt::SmoothTransformation);
         if (image.isNull())
-            return std::nullopt;
+            return downsampleFailed(decoded);
     }
     return LoadedImage::still(StillImageSource(forPainting(std::move(image))));
 }

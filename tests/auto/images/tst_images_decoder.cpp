@@ -232,7 +232,11 @@ void tst_AnimatedImageDecoder::decode_data()
     still("still at the pixel budget", gif(1, QSize(10, 10), QSize(6000, 5000)), QSize(4096, 3413),
           true);
     none("still over the pixel budget", gif(1, QSize(10, 10), QSize(6001, 5000)));
-    still("5000x3000 jpeg", gradient(QSize(5000, 3000), "jpeg"), QSize(4096, 2458), false);
+    const QByteArray jpeg = gradient(QSize(5000, 3000), "jpeg");
+    still("5000x3000 jpeg", jpeg, QSize(4096, 2458), false);
+    // libjpeg gives up at the second frame header, with 4375x2625 decoded at its own scale.
+    none("5000x3000 jpeg cut short by a second frame header",
+         jpeg.left(jpeg.size() / 2) + QByteArray("\xff\xc0\0\1\0\0", 6));
     still("png at the byte limit", gradient(small, "png", AnimatedImageDecoder::maxDataSize), small,
           false);
     none("png one byte over the limit",
