@@ -18,6 +18,9 @@ public:
                          const PopupModalAction &content, ReactionHandler reactionHandler)
         = 0;
 
+    /// Removes the modal on show at once, silently: no reaction, no callback.
+    virtual void dismissAll() { }
+
     virtual void setOnClicked(MessageHandler handler) = 0;
     virtual void setOnDismissed(MessageHandler handler) = 0;
     virtual void setOnError(MessageErrorHandler handler) = 0;

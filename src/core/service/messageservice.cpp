@@ -179,7 +179,14 @@ void MessageService::fetchCore(const QString &screenName, FetchStep fetch, Displ
                         if (service.m_delegate)
                             service.m_delegate->messageDetectedForDisplay(action.contents);
                     }
-                    display(actions, screenName);
+                    // The host's veto comes after detection and before routing: a vetoed
+                    // message is neither shown nor reacted to.
+                    if (service.m_displayFilter)
+                        actions.removeIf([&](const InAppMessageAction &action) {
+                            return !service.m_displayFilter(action);
+                        });
+                    if (!actions.isEmpty())
+                        display(actions, screenName);
                 }
                 service.m_coordinator->finishLoading();
             }

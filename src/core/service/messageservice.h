@@ -51,6 +51,13 @@ public:
     /// coordinator get the same one.
     void setReactionHandlerSink(std::function<void(const ReactionHandler &)> sink);
 
+    /// Decides, after the delegate has heard of a fetched message, whether it is displayed;
+    /// unset, every message is.
+    void setDisplayFilter(std::function<bool(const InAppMessageAction &)> filter)
+    {
+        m_displayFilter = std::move(filter);
+    }
+
     /// The facade announces each screen start before its fetch; a fetch without one warns.
     void noteScreenStart();
     int pendingScreenStartCount() const { return m_pendingScreenStartCount; }
@@ -103,6 +110,7 @@ private:
     Sleeper m_sleeper;
     std::shared_ptr<BackgroundTaskProvider> m_backgroundTasks;
     std::function<void(const ReactionHandler &)> m_reactionHandlerSink;
+    std::function<bool(const InAppMessageAction &)> m_displayFilter;
 
     bool m_isReactionHandlerConfigured = false;
     quint64 m_fetchGeneration = 0;

@@ -14,4 +14,9 @@ void VelmoraInAppMessagingDelegate::messageError(const std::optional<InAppMessag
                                                  const VelmoraError &)
 { }
 
+bool VelmoraInAppMessagingDelegate::shouldDisplay(const InAppMessage &)
+{
+    return true;
+}
+
 } // namespace velmora

@@ -30,6 +30,9 @@ public:
     /// Something failed; `message` is absent when the failure is not tied to one message.
     virtual void messageError(const std::optional<InAppMessage> &message,
                               const VelmoraError &error);
+    /// Asked after messageDetectedForDisplay(): false drops the message, with no display and
+    /// no reaction. Every message is displayed by default.
+    virtual bool shouldDisplay(const InAppMessage &message);
 };
 
 } // namespace velmora
