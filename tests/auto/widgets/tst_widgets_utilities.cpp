@@ -1,3 +1,4 @@
+#include "card/cardshadow.h"
 #include "gifwriter/gifwriter.h"
 #include "httpserver/httpserver.h"
 #include "images/imageloader.h"
@@ -156,6 +157,8 @@ private Q_SLOTS:
     void imageViewLoadAfterDestruction();
     void imageViewPixels_data();
     void imageViewPixels();
+    void cardShadowCornersIndependentOfSize_data();
+    void cardShadowCornersIndependentOfSize();
     void gallery();
 
 private:
@@ -624,6 +627,55 @@ void tst_WidgetsUtilities::imageViewPixels()
             qPrintable(u"at (%1, %2): %3 != %4"_s.arg(points.at(i).x())
                            .arg(points.at(i).y())
                            .arg(actual.name(QColor::HexArgb), expected.name(QColor::HexArgb))));
+    }
+}
+
+void tst_WidgetsUtilities::cardShadowCornersIndependentOfSize_data()
+{
+    QTest::addColumn<qreal>("ratio");
+    QTest::newRow("1x") << 1.0;
+    QTest::newRow("2x") << 2.0;
+}
+
+// Large cards get their shadow from slices of a small blurred template, small ones a whole
+// render: the corners must match between the two, with no seam where the slices meet.
+void tst_WidgetsUtilities::cardShadowCornersIndependentOfSize()
+{
+    QFETCH(qreal, ratio);
+    const auto shadowOf = [ratio](QSize card) {
+        CardShadow shadow(QColor(0, 0, 0, 80), QPointF(), 8, 12);
+        const int extent = int(std::ceil(shadow.extent()));
+        QImage image((card + QSize(2 * extent, 2 * extent)) * ratio,
+                     QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(ratio);
+        image.fill(Qt::transparent);
+        QPainter painter(&image);
+        shadow.paint(painter, QRectF(QPointF(extent, extent), QSizeF(card)));
+        return image;
+    };
+    const QImage small = shadowOf({ 48, 48 });
+    const int block = 30 * int(ratio); // the corner and a little of each edge
+    for (const QSize size : { QSize(160, 90), QSize(300, 200) }) {
+        const QImage large = shadowOf(size);
+        const auto alpha
+            = [](const QImage &image, int x, int y) { return qAlpha(image.pixel(x, y)); };
+        for (int y = 0; y < block; ++y) {
+            for (int x = 0; x < block; ++x) {
+                const int right = large.width() - 1 - x, bottom = large.height() - 1 - y;
+                QVERIFY2(
+                    std::abs(alpha(large, x, y) - alpha(small, x, y)) <= 2
+                        && std::abs(alpha(large, right, bottom)
+                                    - alpha(small, small.width() - 1 - x, small.height() - 1 - y))
+                            <= 2,
+                    qPrintable(u"corner pixel (%1, %2)"_s.arg(x).arg(y)));
+            }
+        }
+        // Along the middle row the shadow only fades outwards, symmetric on both sides.
+        const int row = large.height() / 2;
+        for (int x = 1; x < large.width() / 2; ++x) {
+            QVERIFY(alpha(large, x, row) >= alpha(large, x - 1, row));
+            QCOMPARE(alpha(large, x, row), alpha(large, large.width() - 1 - x, row));
+        }
     }
 }
 
