@@ -4,16 +4,19 @@
 //
 //     velmora-gallery OUTPUT_DIR
 
+#include "embedded/iamuiembeddedbanner.h"
 #include "httpserver/httpserver.h"
 #include "images/imageloader.h"
 #include "layout/keyboardsource.h"
 #include "popupbanner/iampopupbannerviewcontroller.h"
 #include "popupbanner/popupbannerpresenter.h"
+#include "presentation/embeddedbannerstore.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QPainter>
 #include <QSslConfiguration>
@@ -121,6 +124,88 @@ void render(QWidget *host, qreal dpr, const QString &path)
     image.save(path);
 }
 
+// A host column with three embedded slots: a banner with a picture, a slot still waiting for
+// the store (its shimmer), and a text-only banner.
+QStringList renderEmbedded(const QString &outDir, const std::function<QString(QString)> &image)
+{
+    QStringList written;
+    for (const QSize size : { QSize(390, 844), QSize(1280, 800) }) {
+        EmbeddedBannerStore store;
+        // A screen's content column: full width on a phone, at most 560 wide and centred on a
+        // desktop, as hosts lay out reading columns.
+        auto *host = new QWidget;
+        host->resize(size);
+        host->setAutoFillBackground(true);
+        QPalette palette = host->palette();
+        palette.setColor(QPalette::Window, QColor(0xF2, 0xF3, 0xF5));
+        host->setPalette(palette);
+        auto *outer = new QHBoxLayout(host);
+        auto *content = new QWidget(host);
+        content->setMaximumWidth(560);
+        outer->addWidget(content);
+        auto *column = new QVBoxLayout(content);
+        column->setContentsMargins(0, 0, 0, 0);
+        column->setSpacing(12);
+        auto *header = new QLabel(u"Velmora Shop"_s, content);
+        QFont font = header->font();
+        font.setPixelSize(20);
+        font.setBold(true);
+        header->setFont(font);
+        column->addWidget(header);
+        const auto slot = [&](const QString &id) {
+            auto *banner = new IAMUIEmbeddedBanner(&store, content);
+            banner->setComponentId(id);
+            banner->setShowsLoadingPlaceholder(true);
+            column->addWidget(banner);
+            return banner;
+        };
+        const auto row = [&](int number) {
+            column->addWidget(new QLabel(u"Product %1 · 24.90"_s.arg(number), content));
+        };
+        IAMUIEmbeddedBanner *hero = slot(u"hero"_s);
+        row(1);
+        slot(u"deals"_s);
+        row(2);
+        IAMUIEmbeddedBanner *footer = slot(u"footer"_s);
+        row(3);
+        column->addStretch();
+        host->show();
+        store.clearAll(u"gallery"_s, host);
+        store.setLoading(true);
+        EmbeddedComponentUpdate update;
+        update.screenName = u"gallery"_s;
+        update.id = update.content.componentId = u"hero"_s;
+        update.content.creative.image.url = image(u"spring-sale.png"_s);
+        update.content.creative.title = text(u"Spring sale"_s);
+        update.content.creative.body = text(u"Everything 20% off until Sunday, in every store."_s);
+        EmbeddedComponentUpdate textOnly = update;
+        textOnly.id = textOnly.content.componentId = u"footer"_s;
+        textOnly.content.creative.image.url.clear();
+        textOnly.content.creative.title
+            = text(u"Free shipping over 50"_s, u"FFFFFF"_s, u"1D2635"_s);
+        textOnly.content.creative.body = text(u"On every order, until the end of the month."_s);
+        textOnly.content.creative.backgroundColor = u"FFF7E8"_s;
+        store.apply({ update, textOnly });
+        const auto revealed = [&] {
+            return hero->state() == IAMUIEmbeddedBanner::State::Revealed
+                && footer->state() == IAMUIEmbeddedBanner::State::Revealed;
+        };
+        if (!waitFor(revealed))
+            std::fprintf(stderr, "embedded: not every banner showed\n");
+        waitFor([] { return false; }, 300); // a shimmer sweep mid-way
+        for (const qreal dpr : { 1.0, 2.0 }) {
+            const QString path = u"%1/embedded-%2x%3@%4x.png"_s.arg(outDir)
+                                     .arg(size.width())
+                                     .arg(size.height())
+                                     .arg(int(dpr));
+            render(host, dpr, path);
+            written << path;
+        }
+        delete host;
+    }
+    return written;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -223,6 +308,7 @@ int main(int argc, char *argv[])
             delete host;
         }
     }
+    written << renderEmbedded(outDir, image);
     for (const QString &path : std::as_const(written))
         std::printf("%s\n", qPrintable(path));
     return 0;
