@@ -1,0 +1,439 @@
+#include "modal/iampopupmodalviewcontroller.h"
+
+#include "card/cardbutton.h"
+#include "card/cardshadow.h"
+#include "layout/modallayout.h"
+#include "layout/style.h"
+#include "presentation/colors.h"
+#include "presentation/linkopening.h"
+#include "utilities/iamanimatedimageview.h"
+#include "utilities/iamclosebutton.h"
+#include "utilities/paddedlabel.h"
+#include "utilities/widgetfade.h"
+
+#include <VelmoraInAppMessaging/inappmessage.h>
+
+#include <QEvent>
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPropertyAnimation>
+#include <QScrollArea>
+#include <QScrollBar>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace velmora {
+
+namespace style = layout::modalstyle;
+
+namespace {
+
+bool nonEmpty(const std::optional<TextContent> &text)
+{
+    return text && !text->text.isEmpty();
+}
+
+QFont pixelFont(const QFont &base, int pixelSize, QFont::Weight weight)
+{
+    QFont font(base);
+    font.setPixelSize(pixelSize);
+    font.setWeight(weight);
+    return font;
+}
+
+} // namespace
+
+// The card with its shadow. It fades as one widget with everything on it, while the dim is
+// painted by the window underneath: the fade takes this widget's one graphics effect, so the
+// shadow is painted rather than being an effect too.
+class IAMPopupModalViewController::CardFrame : public QWidget
+{
+public:
+    CardFrame(QColor color, QWidget *parent)
+        : QWidget(parent)
+        , m_color(color)
+        , m_shadow(QColor::fromRgbF(0, 0, 0, style::shadowOpacity), style::shadowOffset,
+                   style::shadowRadius, style::cornerRadius)
+    {
+        setAttribute(Qt::WA_NoSystemBackground);
+    }
+
+    int extent() const { return int(std::ceil(m_shadow.extent())); }
+    QRect cardRect() const { return rect().adjusted(extent(), extent(), -extent(), -extent()); }
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        const QRectF card(cardRect());
+        m_shadow.paint(painter, card);
+        QPainterPath path;
+        path.addRoundedRect(card, style::cornerRadius, style::cornerRadius);
+        painter.fillPath(path, m_color);
+    }
+
+private:
+    QColor m_color;
+    CardShadow m_shadow;
+};
+
+IAMPopupModalViewController::IAMPopupModalViewController(PopupModalAction content)
+    : QWidget(nullptr, Qt::Dialog | Qt::FramelessWindowHint)
+    , m_content(std::move(content))
+    , m_imageRatio(style::placeholderImageRatio)
+{
+    setAttribute(Qt::WA_TranslucentBackground);
+    setAttribute(Qt::WA_NoSystemBackground);
+    setObjectName(u"popupModal"_s);
+    buildContent();
+}
+
+IAMPopupModalViewController::~IAMPopupModalViewController() = default;
+
+InAppMessage IAMPopupModalViewController::message() const
+{
+    return InAppMessage::fromPopupModal(m_content);
+}
+
+void IAMPopupModalViewController::buildContent()
+{
+    const SingleMessageCreative &creative = m_content.creative;
+    m_frame = new CardFrame(
+        hexColor(creative.backgroundColor.value_or(QString())).value_or(Qt::white), this);
+    m_frame->setObjectName(u"card"_s);
+
+    m_image = new IAMAnimatedImageView(m_frame);
+    m_image->setObjectName(u"coverImage"_s);
+    m_image->setPlaceholderColor(palette::coverImagePlaceholderColor());
+    m_image->setContentMode(IAMAnimatedImageView::ContentMode::AspectFill);
+    m_image->setCornerRadius(style::cornerRadius, IAMAnimatedImageView::TopCorners);
+    m_image->installEventFilter(this);
+    if (!creative.image.linkUrl.value_or(QString()).isEmpty()) {
+        m_image->setCursor(Qt::PointingHandCursor);
+        m_image->setFocusPolicy(Qt::StrongFocus);
+        m_image->setAccessibleName(tr("Open link"));
+    } else {
+        m_image->setFocusPolicy(Qt::NoFocus);
+    }
+
+    // Text taller than the window scrolls under the image, so the close button on the card
+    // stays where the user can reach it.
+    m_scroll = new QScrollArea(m_frame);
+    m_scroll->setObjectName(u"contentScroll"_s);
+    m_scroll->setFrameShape(QFrame::NoFrame);
+    m_scroll->setFocusPolicy(Qt::NoFocus);
+    m_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_scroll->setWidgetResizable(false);
+    m_scroll->setAttribute(Qt::WA_TranslucentBackground);
+    m_scroll->viewport()->setAutoFillBackground(false);
+    m_stack = new QWidget;
+    m_stack->setObjectName(u"stack"_s);
+    m_stack->setAutoFillBackground(false);
+    m_scroll->setWidget(m_stack);
+    // setWidget() makes the content opaque in the window colour; the card shows through.
+    m_stack->setAutoFillBackground(false);
+
+    m_title = new PaddedLabel(m_stack);
+    m_title->setObjectName(u"title"_s);
+    styleLabel(m_title, creative.title, true);
+    m_body = new PaddedLabel(m_stack);
+    m_body->setObjectName(u"body"_s);
+    styleLabel(m_body, creative.body, false);
+
+    if (creative.button && !creative.button->text.isEmpty()) {
+        const ButtonContent &button = *creative.button;
+        m_button = new CardButton(m_stack);
+        m_button->setObjectName(u"button"_s);
+        m_button->setText(button.text);
+        m_button->setAccessibleName(button.text);
+        m_button->setCornerRadius(style::cornerRadius);
+        const QColor background
+            = hexColor(button.backgroundColor.value_or(QString()))
+                  .value_or(QGuiApplication::palette().color(QPalette::Highlight));
+        m_button->setColors(hexColor(button.textColor.value_or(QString())).value_or(Qt::white),
+                            background);
+        connect(m_button, &CardButton::clicked, this,
+                &IAMPopupModalViewController::positiveButtonActivated);
+    }
+
+    // Created last, so it is above the image.
+    m_closeButton = new IAMCloseButton(m_frame);
+    m_closeButton->setObjectName(u"closeButton"_s);
+    connect(m_closeButton, &IAMCloseButton::clicked, this,
+            &IAMPopupModalViewController::closeButtonActivated);
+
+    setTabOrder(m_closeButton, m_image);
+    if (m_button)
+        setTabOrder(m_image, m_button);
+
+    const QString name = nonEmpty(creative.title) ? creative.title->text
+        : nonEmpty(creative.body)                 ? creative.body->text
+                                                  : tr("Message");
+    setWindowTitle(name);
+    setAccessibleName(name);
+    setAccessibleDescription(nonEmpty(creative.body) ? creative.body->text : QString());
+}
+
+void IAMPopupModalViewController::styleLabel(PaddedLabel *label,
+                                             const std::optional<TextContent> &text, bool bold)
+{
+    label->setFont(pixelFont(font(), bold ? style::titlePixelSize : style::bodyPixelSize,
+                             bold ? QFont::Bold : QFont::Normal));
+    label->setAlignment(Qt::AlignCenter);
+    label->setWordWrap(true);
+    const QColor fallback
+        = bold ? palette::defaultTitleTextColor() : palette::defaultBodyTextColor();
+    label->setTextColor(text ? hexColor(text->textColor.value_or(QString())).value_or(fallback)
+                             : fallback);
+    const std::optional<QColor> background
+        = text ? hexColor(text->backgroundColor.value_or(QString())) : std::nullopt;
+    if (background) {
+        label->setBackgroundColor(*background);
+        const int padding = int(style::textBackgroundPadding);
+        label->setTextInsets(QMargins(padding, padding, padding, padding));
+    }
+    label->setText(text ? text->text : QString());
+    label->setVisible(nonEmpty(text));
+}
+
+void IAMPopupModalViewController::showOver(QWidget *hostWindow)
+{
+    Q_ASSERT(hostWindow && hostWindow->isWindow());
+    m_host = hostWindow;
+    // A parent makes the window transient for the host: it stays above it and goes with it.
+    setParent(hostWindow, windowFlags());
+    hostWindow->installEventFilter(this);
+    followHost();
+
+    m_frame->hide();
+    show();
+    raise();
+    activateWindow();
+    WidgetFade::show(m_frame);
+    m_closeButton->setFocus(Qt::OtherFocusReason);
+    animateDim(1);
+
+    QPointer<IAMPopupModalViewController> self(this);
+    m_image->loadFromUrl(m_content.creative.image.url, [self](QSize size) {
+        if (self)
+            self->imageLoaded(size);
+    });
+}
+
+void IAMPopupModalViewController::followHost()
+{
+    if (m_host)
+        setGeometry(m_host->geometry());
+}
+
+void IAMPopupModalViewController::setDimOpacity(qreal opacity)
+{
+    m_dimOpacity = opacity;
+    update();
+}
+
+void IAMPopupModalViewController::animateDim(qreal to)
+{
+    if (!m_dimAnimation) {
+        m_dimAnimation = new QPropertyAnimation(this, "dimOpacity", this);
+        m_dimAnimation->setDuration(int(layout::fadeDuration.count()));
+    }
+    m_dimAnimation->stop();
+    m_dimAnimation->setStartValue(m_dimOpacity);
+    m_dimAnimation->setEndValue(to);
+    m_dimAnimation->start();
+}
+
+void IAMPopupModalViewController::relayout()
+{
+    const QSizeF root = size();
+    const qreal width = std::round(layout::modalCardWidth(root.width()));
+    const int imageHeight
+        = int(std::round(layout::modalImageHeight(width, m_imageRatio, root.height())));
+    const int insets = int(style::contentInsets);
+    const int textWidth = std::max(0, int(width) - 2 * insets);
+
+    int y = insets;
+    bool hasItem = false;
+    for (PaddedLabel *label : { m_title, m_body }) {
+        if (label->isHidden())
+            continue;
+        y += hasItem ? int(style::stackSpacing) : 0;
+        const int height = label->heightForWidth(textWidth);
+        label->setGeometry(insets, y, textWidth, height);
+        y += height;
+        hasItem = true;
+    }
+    if (m_button) {
+        y += hasItem ? int(style::stackSpacing) : 0;
+        m_button->setGeometry(insets, y, textWidth, int(style::buttonHeight));
+        y += int(style::buttonHeight);
+    }
+    const int stackHeight = y + insets;
+
+    const QRectF frame = layout::modalCardFrame(root, imageHeight + stackHeight);
+    m_cardRect = QRect(int(std::round(frame.x())), int(std::round(frame.y())), int(width),
+                       int(std::round(frame.height())));
+    const int extent = m_frame->extent();
+    m_frame->setGeometry(m_cardRect.adjusted(-extent, -extent, extent, extent));
+    const QRect card = m_frame->cardRect();
+    m_image->setGeometry(card.x(), card.y(), card.width(), imageHeight);
+
+    const int visibleStack = std::max(0, card.height() - imageHeight);
+    const bool scrolls = stackHeight > visibleStack;
+    m_stack->resize(int(width) - (scrolls ? m_scroll->verticalScrollBar()->sizeHint().width() : 0),
+                    stackHeight);
+    m_scroll->setVerticalScrollBarPolicy(scrolls ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
+    m_scroll->setGeometry(card.x(), card.y() + imageHeight, card.width(), visibleStack);
+
+    const int close = int(layout::closebutton::area);
+    m_closeButton->setGeometry(card.right() + 1 - close, card.y(), close, close);
+    m_closeButton->raise();
+    update();
+}
+
+void IAMPopupModalViewController::imageLoaded(QSize size)
+{
+    m_imageRatio = layout::modalImageRatio(QSizeF(size), m_imageRatio);
+    relayout();
+}
+
+bool IAMPopupModalViewController::event(QEvent *event)
+{
+    // Hosts restyle at run time; the card's text measures with the new fonts.
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange)
+        relayout();
+    // Keyboard users start on the way out; the window may activate after it is shown.
+    if (event->type() == QEvent::WindowActivate && !focusWidget())
+        m_closeButton->setFocus(Qt::ActiveWindowFocusReason);
+    return QWidget::event(event);
+}
+
+bool IAMPopupModalViewController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_host) {
+        if (event->type() == QEvent::Move || event->type() == QEvent::Resize)
+            followHost();
+    } else if (watched == m_image) {
+        switch (event->type()) {
+        case QEvent::MouseButtonPress:
+            return true;
+        case QEvent::MouseButtonRelease: {
+            const auto *mouse = static_cast<QMouseEvent *>(event);
+            if (mouse->button() == Qt::LeftButton
+                && m_image->rect().contains(mouse->position().toPoint()))
+                coverImageActivated();
+            return true;
+        }
+        case QEvent::KeyPress: {
+            const int key = static_cast<QKeyEvent *>(event)->key();
+            if (key == Qt::Key_Space || key == Qt::Key_Return || key == Qt::Key_Enter) {
+                coverImageActivated();
+                return true;
+            }
+            break;
+        }
+        default:
+            break;
+        }
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void IAMPopupModalViewController::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape) {
+        closeButtonActivated();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void IAMPopupModalViewController::paintEvent(QPaintEvent *)
+{
+    QPainter painter(this);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(rect(), QColor::fromRgbF(0, 0, 0, style::dimAlpha * m_dimOpacity));
+}
+
+void IAMPopupModalViewController::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    relayout();
+}
+
+void IAMPopupModalViewController::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    if (!m_hasReportedOpen) {
+        m_hasReportedOpen = true;
+        if (onReaction)
+            onReaction(EventsReactionType::Open);
+    }
+}
+
+void IAMPopupModalViewController::coverImageActivated()
+{
+    const QString link = m_content.creative.image.linkUrl.value_or(QString());
+    if (link.isEmpty())
+        return;
+    if (onReaction)
+        onReaction(EventsReactionType::Click);
+    const InAppMessage msg = message();
+    if (onClicked)
+        onClicked(msg);
+    openLinkIfNeeded(link, msg, onError);
+}
+
+void IAMPopupModalViewController::positiveButtonActivated()
+{
+    if (onReaction)
+        onReaction(EventsReactionType::Click);
+    const InAppMessage msg = message();
+    if (onClicked)
+        onClicked(msg);
+    const auto &button = m_content.creative.button;
+    openLinkIfNeeded(button ? button->linkUrl.value_or(QString()) : QString(), msg, onError);
+    QPointer<IAMPopupModalViewController> self(this);
+    dismissWithAnimation([self] {
+        if (!self)
+            return;
+        if (self->onDismissed)
+            self->onDismissed(self->message());
+        // A copy: the presenter forgets this modal's callbacks from inside this one.
+        if (const auto dismiss = self->onDismiss)
+            dismiss();
+    });
+}
+
+void IAMPopupModalViewController::closeButtonActivated()
+{
+    QPointer<IAMPopupModalViewController> self(this);
+    dismissWithAnimation([self] {
+        if (!self)
+            return;
+        // Close is reported once the modal has gone, unlike click, which goes before.
+        if (self->onReaction)
+            self->onReaction(EventsReactionType::Close);
+        if (self->onDismissed)
+            self->onDismissed(self->message());
+        // A copy: the presenter forgets this modal's callbacks from inside this one.
+        if (const auto dismiss = self->onDismiss)
+            dismiss();
+    });
+}
+
+void IAMPopupModalViewController::dismissWithAnimation(std::function<void()> completion)
+{
+    animateDim(0);
+    WidgetFade::hide(m_frame, std::move(completion));
+}
+
+} // namespace velmora
