@@ -4,6 +4,8 @@
 
 #include <QUrl>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace velmora {
@@ -28,9 +30,26 @@ bool SDKConfiguration::isValidAPIHost(const QString &host)
     return !url.host().isEmpty();
 }
 
+namespace {
+bool hasControlCharacter(const QString &text)
+{
+    return std::any_of(text.cbegin(), text.cend(),
+                       [](QChar c) { return c.category() == QChar::Other_Control; });
+}
+} // namespace
+
 void SDKConfiguration::setup(const QString &newApiKey, const QString &newTenantId,
                              const QString &newApiHost)
 {
+    // Key and tenant are sent as headers: a newline (as from a key read out of a file) would
+    // end the header early or add headers of its own. Such a call is refused before its host is
+    // looked at, so nothing of it is kept, not even a rejected host: the configuration stays
+    // as it was, and so does a refusal an earlier invalid host caused.
+    if (hasControlCharacter(newApiKey) || hasControlCharacter(newTenantId)) {
+        detail::printWarning(u"setup: apiKey and tenantId must not contain control characters; "_s
+                             u"the SDK will not be configured."_s);
+        return;
+    }
     if (isValidAPIHost(newApiHost)) {
         invalidAPIHost.reset();
         apiKey = newApiKey;

@@ -29,7 +29,8 @@ public:
     const DeviceInfo &deviceInfo() const { return m_deviceInfo; }
 
     /// A rejected host keeps the previous key, tenant and host in place, but the invalid
-    /// state takes precedence until a later valid setup.
+    /// state takes precedence until a later valid setup. A key or tenant with a control
+    /// character is refused with a warning and changes nothing at all.
     void setup(const QString &apiKey, const QString &tenantId, const QString &apiHost);
 
     /// True when the invalid-host state is clear and both key and tenant are present.

@@ -320,8 +320,11 @@ void APIClient::startHop(APICall *call, const QUrl &url, const ExchangeCompletio
     QNetworkReply *reply = m_manager->post(request, body);
     body->setParent(reply);
     reply->setParent(call);
-    // Without a bound Qt keeps reading into the reply while the GUI thread is busy elsewhere.
-    reply->setReadBufferSize(readBufferBytes);
+    // Without a bound Qt reads a whole body into the reply however fast it arrives. Qt hands
+    // the bound to its network thread only once the transfer has started, which happens in a
+    // queued call (the body is streamed), so it is set in one queued after that.
+    QMetaObject::invokeMethod(
+        reply, [reply] { reply->setReadBufferSize(readBufferBytes); }, Qt::QueuedConnection);
     call->m_reply = reply;
 
     connect(reply, &QNetworkReply::metaDataChanged, call,

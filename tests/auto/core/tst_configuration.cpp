@@ -20,6 +20,8 @@ private Q_SLOTS:
     void validHost_data();
     void validHost();
     void setupSequences();
+    void controlCharactersRefused_data();
+    void controlCharactersRefused();
     void threePartVersion_data();
     void threePartVersion();
     void deviceInfoCollected();
@@ -89,6 +91,54 @@ void tst_Configuration::setupSequences()
     QCOMPARE(config.apiKey, std::optional(u"key3"_s));
     QCOMPARE(config.apiHost, u"http://c.example"_s);
     detail::setWarningSink(previous);
+}
+
+void tst_Configuration::controlCharactersRefused_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("tenant");
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<bool>("refused");
+    const QString host = u"https://b.example"_s;
+    QTest::newRow("key read with its newline") << u"K\n"_s << u"t"_s << host << true;
+    QTest::newRow("header injection") << u"K\r\nX-Injected: yes"_s << u"t"_s << host << true;
+    QTest::newRow("tab in tenant") << u"K"_s << u"t\t1"_s << host << true;
+    QTest::newRow("NUL in tenant") << u"K"_s << QString(u"t\0"_s) << host << true;
+    QTest::newRow("DEL") << u"K\x7f"_s << u"t"_s << host << true;
+    QTest::newRow("C1 next line") << u"K\u0085"_s << u"t"_s << host << true;
+    // Refused as a whole before the host is looked at: the invalid host is not remembered.
+    QTest::newRow("with an invalid host") << u"K\n"_s << u"t"_s << u"ftp://c.example"_s << true;
+    QTest::newRow("non-ASCII is fine") << u"kľúč"_s << u"tenant €"_s << host << false;
+}
+
+void tst_Configuration::controlCharactersRefused()
+{
+    QFETCH(QString, key);
+    QFETCH(QString, tenant);
+    QFETCH(QString, host);
+    QFETCH(bool, refused);
+    QStringList warnings;
+    const auto previous
+        = detail::setWarningSink([&](const QString &line) { warnings.append(line); });
+    SDKConfiguration config(DeviceInfo { u"12.0.0"_s, u"0.1.0"_s, u"test"_s });
+    config.setup(u"key1"_s, u"tenant1"_s, u"https://a.example"_s);
+    config.setup(key, tenant, host);
+    detail::setWarningSink(previous);
+
+    if (!refused) {
+        QVERIFY(warnings.isEmpty());
+        QVERIFY(config.isConfigured());
+        QCOMPARE(config.apiKey, std::optional(key));
+        return;
+    }
+    QCOMPARE(warnings,
+             QStringList { u"[VelmoraInAppMessaging][WARNING] setup: apiKey and tenantId must "_s
+                           u"not contain control characters; the SDK will not be configured."_s });
+    QVERIFY(config.isConfigured());
+    QVERIFY(!config.invalidAPIHost);
+    QCOMPARE(config.apiKey, std::optional(u"key1"_s));
+    QCOMPARE(config.tenantId, std::optional(u"tenant1"_s));
+    QCOMPARE(config.apiHost, u"https://a.example"_s);
 }
 
 void tst_Configuration::threePartVersion_data()

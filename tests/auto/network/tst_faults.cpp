@@ -1,0 +1,255 @@
+#include "httpserver/httpserver.h"
+#include "network/apiclient.h"
+#include <VelmoraInAppMessaging/underlyingerror.h>
+
+#include <QElapsedTimer>
+#include <QNetworkAccessManager>
+#include <QSslConfiguration>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using namespace velmora;
+using velmora::loopback::Certificate;
+using velmora::loopback::HttpServer;
+using velmora::loopback::Response;
+
+namespace {
+
+const QByteArray okBody = R"({"status": "ok", "actions": []})";
+constexpr qint64 limit = 256 * 1024;
+
+enum class Server {
+    Plain, ///< the API on plain HTTP
+    Secure, ///< the API on HTTPS with a certificate the client trusts
+    Untrusted, ///< HTTPS with a certificate nobody trusts
+    Closed, ///< a port nothing listens on
+};
+enum class Call { View, Reaction };
+
+// "{plain}" and "{other}" in a Location stand for the plain API server and a server on
+// another port.
+Response redirectTo(const QByteArray &location)
+{
+    return Response::redirect(302, location);
+}
+
+Response withoutLength(Response response)
+{
+    response.omitContentLength = true;
+    return response;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Server)
+Q_DECLARE_METATYPE(Call)
+
+// The client against servers that fail in every way the wire allows: each call must end with
+// the right error, within its bound, holding no more of the body than the limit allows.
+class tst_Faults : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void fault_data();
+    void fault();
+
+private:
+    QTemporaryDir m_dir;
+    HttpServer m_plain;
+    HttpServer m_secure;
+    HttpServer m_untrusted;
+    HttpServer m_other;
+    QSslConfiguration m_previousSsl;
+};
+
+void tst_Faults::initTestCase()
+{
+    const Certificate *trusted = Certificate::shared();
+    QVERIFY(trusted);
+    const auto untrusted = Certificate::generate(m_dir.path());
+    QVERIFY(untrusted);
+    m_previousSsl = QSslConfiguration::defaultConfiguration();
+    QSslConfiguration::setDefaultConfiguration(trusted->clientConfiguration());
+    m_untrusted.setCertificate(*untrusted);
+    QVERIFY(m_plain.listen());
+    QVERIFY(m_secure.listen(HttpServer::Mode::Https));
+    QVERIFY(m_untrusted.listen(HttpServer::Mode::Https));
+    QVERIFY(m_other.listen());
+    m_untrusted.setDefaultResponse(Response::json(okBody));
+    m_other.setDefaultResponse(Response::json(okBody));
+}
+
+void tst_Faults::cleanupTestCase()
+{
+    QSslConfiguration::setDefaultConfiguration(m_previousSsl);
+}
+
+void tst_Faults::fault_data()
+{
+    QTest::addColumn<Server>("server");
+    QTest::addColumn<Response>("response");
+    QTest::addColumn<Call>("call");
+    // The start of VelmoraError::description(); "" for success.
+    QTest::addColumn<QString>("outcome");
+    QTest::addColumn<int>("boundMs");
+
+    const auto v = Call::View;
+    const auto r = Call::Reaction;
+    const QByteArray big(2 * limit, ' ');
+    // Every time-out below ends at the client's 800 ms end-to-end deadline. Large bodies come
+    // a moment after the request, as over any real network: the client's bound on Qt's buffer
+    // reaches Qt's network thread just after the transfer starts, and on loopback an instant
+    // answer can beat it. A body without a length comes in pieces: when the server closes the
+    // connection Qt takes in whatever the socket still holds, bound or not.
+    const int rtt = 20;
+    QTest::newRow("500") << Server::Plain << Response::withStatus(500) << v << u"serverError: 500"_s
+                         << 1000;
+    QTest::newRow("503 reaction") << Server::Plain << Response::withStatus(503, big).delayed(rtt)
+                                  << r << u"serverError: 503"_s << 1000;
+    QTest::newRow("400") << Server::Plain << Response::withStatus(400) << v << u"clientError: 400"_s
+                         << 1000;
+    QTest::newRow("401") << Server::Plain << Response::withStatus(401) << v << u"clientError: 401"_s
+                         << 1000;
+    QTest::newRow("404 with a large body")
+        << Server::Plain << Response::withStatus(404, big).delayed(rtt) << v
+        << u"clientError: 404"_s << 1000;
+    QTest::newRow("reset before headers") << Server::Plain << Response::reset() << v
+                                          << u"networkError: RemoteHostClosedError"_s << 1000;
+    QTest::newRow("reset before headers, reaction")
+        << Server::Plain << Response::reset() << r << u"networkError: RemoteHostClosedError"_s
+        << 1000;
+    QTest::newRow("closed before headers") << Server::Plain << Response::drop() << r
+                                           << u"networkError: RemoteHostClosedError"_s << 1000;
+    QTest::newRow("refused") << Server::Closed << Response() << v
+                             << u"networkError: ConnectionRefusedError"_s << 1000;
+    QTest::newRow("accepted, never answered")
+        << Server::Plain << Response::hang() << v << u"networkError: TimeoutError"_s << 1500;
+    QTest::newRow("1 byte/s trickle") << Server::Plain << Response::json(okBody).trickled(1, 1000)
+                                      << v << u"networkError: TimeoutError"_s << 1500;
+    QTest::newRow("1 byte/s trickle, reaction")
+        << Server::Plain << Response::json(okBody).trickled(1, 1000) << r
+        << u"networkError: TimeoutError"_s << 1500;
+    QTest::newRow("truncated body") << Server::Plain << Response::json(okBody).truncated(10) << v
+                                    << u"networkError: RemoteHostClosedError"_s << 1000;
+    QTest::newRow("oversized, announced")
+        << Server::Plain << Response::json(okBody + big).delayed(rtt) << v
+        << u"networkError: UnknownContentError: The response body exceeds 262144 bytes"_s << 1000;
+    QTest::newRow("oversized, not announced")
+        << Server::Plain
+        << withoutLength(Response::json(okBody + big).delayed(rtt).trickled(32 * 1024, 1)) << v
+        << u"networkError: UnknownContentError: The response body exceeds 262144 bytes"_s << 1000;
+    QTest::newRow("oversized, reaction")
+        << Server::Plain << Response::json(big + big).delayed(rtt) << r << QString() << 1000;
+    QTest::newRow("compression bomb")
+        << Server::Plain
+        << Response::json(qCompress(QByteArray(64 * 1024 * 1024, ' '), 9).mid(4))
+               .header("Content-Encoding", "deflate")
+        << v << u"networkError: UnknownContentError"_s << 1500;
+    QTest::newRow("redirect to http")
+        << Server::Secure << redirectTo("{plain}/app_events/view") << v
+        << u"networkError: InsecureRedirectError: Refused to follow a redirect from https://"_s
+        << 1000;
+    QTest::newRow("redirect to another host")
+        << Server::Plain << redirectTo("http://localhost:{otherport}/app_events/view") << r
+        << u"networkError: InsecureRedirectError"_s << 1000;
+    QTest::newRow("redirect to another port")
+        << Server::Plain << redirectTo("{other}/app_events/view") << v
+        << u"networkError: InsecureRedirectError"_s << 1000;
+    QTest::newRow("not JSON") << Server::Plain << Response::json("<html>busy</html>") << v
+                              << u"networkError: decoding error"_s << 1000;
+    QTest::newRow("100,000-deep nesting")
+        << Server::Plain << Response::json(QByteArray(100000, '[') + QByteArray(100000, ']')) << v
+        << u"networkError: decoding error"_s << 1000;
+    QTest::newRow("TLS failure") << Server::Untrusted << Response() << v
+                                 << u"networkError: SslHandshakeFailedError"_s << 1000;
+    QTest::newRow("healthy HTTPS")
+        << Server::Secure << Response::json(okBody) << v << QString() << 1000;
+}
+
+void tst_Faults::fault()
+{
+    QFETCH(Server, server);
+    QFETCH(Response, response);
+    QFETCH(Call, call);
+    QFETCH(QString, outcome);
+    QFETCH(int, boundMs);
+
+    for (auto *s : { &m_plain, &m_secure, &m_untrusted, &m_other })
+        s->clear();
+    for (auto &[name, value] : response.headers) {
+        if (name == "Location") {
+            value.replace("{plain}", m_plain.baseUrl().toString().toUtf8());
+            value.replace("{other}", m_other.baseUrl().toString().toUtf8());
+            value.replace("{otherport}", QByteArray::number(m_other.port()));
+        }
+    }
+    m_plain.setDefaultResponse(response);
+    m_secure.setDefaultResponse(response);
+
+    QString host;
+    switch (server) {
+    case Server::Plain:
+        host = m_plain.baseUrl().toString();
+        break;
+    case Server::Secure:
+        host = m_secure.baseUrl().toString();
+        break;
+    case Server::Untrusted:
+        host = m_untrusted.baseUrl().toString();
+        break;
+    case Server::Closed: {
+        HttpServer closed;
+        QVERIFY(closed.listen());
+        host = closed.baseUrl().toString();
+        break;
+    }
+    }
+
+    APIClient client;
+    client.setTimeouts({ 800ms, 800ms, 800ms });
+    client.setLimits({ limit, 5 });
+    std::optional<Expected<ResponseHeaders, APIFailure>> result;
+    const auto viewDone = [&](Expected<ViewEventsReply, APIFailure> r) {
+        if (r)
+            result.emplace(r.value().headers);
+        else
+            result.emplace(r.error());
+    };
+    const auto reactionDone = [&](Expected<ResponseHeaders, APIFailure> r) { result.emplace(r); };
+    QElapsedTimer timer;
+    timer.start();
+    if (call == Call::View)
+        client.viewEvents({ { std::nullopt, false, u"home"_s, 1 }, {} }, host,
+                          { { u"x-api-key"_s, u"secret"_s } }, viewDone);
+    else
+        client.reactionEvents({ {}, EventsReactionType::Click, u"s"_s }, host,
+                              { { u"x-api-key"_s, u"secret"_s } }, reactionDone);
+    QTRY_VERIFY_WITH_TIMEOUT(result.has_value(), boundMs + 5000);
+    const qint64 elapsed = timer.elapsed();
+
+    if (outcome.isEmpty()) {
+        if (!result->hasValue())
+            QFAIL(qPrintable(toVelmoraError(result->error()).description()));
+    } else {
+        QVERIFY(!result->hasValue());
+        const QString description = toVelmoraError(result->error()).description();
+        QVERIFY2(description.startsWith(outcome), qPrintable(description));
+    }
+    QVERIFY2(elapsed <= boundMs, qPrintable(QString::number(elapsed) + u" ms"_s));
+    // The client's own buffer (nothing for a reaction) and what Qt buffered for it, which
+    // fills in socket-sized pieces and can pass its bound by one of them.
+    const qint64 bound = (call == Call::View ? limit : 0) + 2 * APIClient::readBufferBytes;
+    QVERIFY2(client.peakBufferedBytes() <= bound,
+             qPrintable(QString::number(client.peakBufferedBytes())));
+    // No request is sent twice, and the key never leaves the API's origin.
+    QVERIFY(m_plain.requestCount() + m_secure.requestCount() <= 1);
+    QCOMPARE(m_other.requestCount(), 0);
+}
+
+QTEST_GUILESS_MAIN(tst_Faults)
+#include "tst_faults.moc"
