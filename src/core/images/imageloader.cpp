@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QFutureWatcher>
+#include <QMutexLocker>
 #include <QNetworkAccessManager>
 #include <QNetworkDiskCache>
 #include <QNetworkReply>
@@ -24,12 +25,6 @@ namespace velmora {
 
 namespace {
 
-void deliverLater(QObject *context, ImageLoader::Completion completion,
-                  std::optional<LoadedImage> result = std::nullopt)
-{
-    detail::deliverLater(context, std::move(completion), std::move(result));
-}
-
 bool isFollowableRedirect(int status)
 {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
@@ -37,19 +32,52 @@ bool isFollowableRedirect(int status)
 
 } // namespace
 
-// One load, from the first request to the hand-off to the decoder. It lives on the loader's
-// thread and deletes itself when done. QNetworkReply::abort() (deadline, abandoned view) emits
-// finished() before it returns, so every handler checks m_done first.
-class ImageTransfer : public QObject
+namespace detail {
+
+// What lives on the loader's thread besides the transfers: the network manager and its disk
+// cache, made there on first use. Deleting it ends every transfer under way.
+class ImageTransferHost : public QObject
 {
 public:
-    ImageTransfer(ImageLoader *loader, QString urlString, QObject *context,
-                  ImageLoader::Completion completion)
-        : QObject(loader)
-        , m_loader(loader)
-        , m_urlString(std::move(urlString))
-        , m_context(context)
-        , m_completion(std::move(completion))
+    explicit ImageTransferHost(QString cacheDirectory)
+        : m_cacheDirectory(std::move(cacheDirectory))
+    { }
+    ~ImageTransferHost() override;
+
+    QNetworkAccessManager *manager()
+    {
+        if (!m_manager) {
+            m_manager = new QNetworkAccessManager(this);
+            m_manager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
+            if (!m_cacheDirectory.isEmpty()) {
+                auto *cache = new QNetworkDiskCache(m_manager);
+                cache->setCacheDirectory(m_cacheDirectory);
+                m_manager->setCache(cache);
+            }
+        }
+        return m_manager;
+    }
+
+private:
+    const QString m_cacheDirectory;
+    QNetworkAccessManager *m_manager = nullptr;
+};
+
+// One load, from the first request to the hand-off to the decoder. Made on the caller's thread,
+// where it is connected to the caller's context, then moved to the loader's thread, where it
+// runs and deletes itself when done. Completions travel as a queued signal, which Qt drops
+// when the context is destroyed, wherever that happens. QNetworkReply::abort() (deadline,
+// abandoned view) emits finished() before it returns, so every handler checks m_done first.
+class ImageTransfer : public QObject
+{
+    Q_OBJECT
+
+public:
+    ImageTransfer(QString urlString, ImageLoader::Timeouts timeouts,
+                  std::optional<QSslConfiguration> sslConfiguration)
+        : m_urlString(std::move(urlString))
+        , m_timeouts(timeouts)
+        , m_sslConfiguration(std::move(sslConfiguration))
         , m_deadline(new QTimer(this))
     {
         m_deadline->setSingleShot(true);
@@ -59,20 +87,27 @@ public:
             m_timedOut = true;
             m_reply->abort();
         });
-        // A view that goes away takes its download with it.
-        connect(context, &QObject::destroyed, this, [this] {
-            if (m_done || !m_reply)
-                return;
-            m_abandoned = true;
-            m_reply->abort();
-        });
     }
 
-    void start(const QUrl &url)
+    // On the loader's thread.
+    void start(ImageTransferHost *host, const QUrl &url)
     {
-        m_deadline->start(m_loader->m_timeouts.resource);
+        setParent(host);
+        m_manager = host->manager();
+        m_deadline->start(m_timeouts.resource);
         send(url);
     }
+
+    // A view that goes away takes its download with it.
+    void abandon()
+    {
+        m_abandoned = true;
+        if (!m_done && m_reply)
+            m_reply->abort();
+    }
+
+Q_SIGNALS:
+    void finished(std::optional<LoadedImage> image);
 
 private:
     void send(const QUrl &url)
@@ -86,24 +121,23 @@ private:
         // guard's exact "https" test must not see QUrl's lower-cased scheme.
         request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                              QNetworkRequest::ManualRedirectPolicy);
-        request.setTransferTimeout(int(m_loader->m_timeouts.request.count()));
-        // The chunked hand-over below (setReadBufferSize) is what keeps GUI-thread steps short,
-        // and it was measured over HTTP/1.1; images gain little from HTTP/2 multiplexing.
+        request.setTransferTimeout(int(m_timeouts.request.count()));
+        // The bounded hand-over below was measured over HTTP/1.1; images gain little from
+        // HTTP/2 multiplexing.
         request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-        if (m_loader->m_sslConfiguration)
-            request.setSslConfiguration(*m_loader->m_sslConfiguration);
+        if (m_sslConfiguration)
+            request.setSslConfiguration(*m_sslConfiguration);
 
-        QNetworkReply *reply = m_loader->m_manager->get(request);
+        QNetworkReply *reply = m_manager->get(request);
         reply->setParent(this);
-        // Qt otherwise hands over whatever its network thread has buffered in one go: for a
-        // fast server, megabytes read and written to the disk cache in a single GUI-thread
-        // event. A few chunks per event keep that under a millisecond; one chunk per event
-        // would tie the download rate to how often the GUI thread gets round to it.
+        // Qt's network thread otherwise buffers as much of the body as the server sends before
+        // this thread gets round to it; a few chunks ahead keep an over-long body from piling
+        // up past the limit while the early abort is on its way.
         reply->setReadBufferSize(4 * ImageLoader::receiveChunk);
         m_reply = reply;
-        connect(reply, &QNetworkReply::metaDataChanged, this, &ImageTransfer::onMetaData);
-        connect(reply, &QNetworkReply::readyRead, this, &ImageTransfer::onReadyRead);
-        connect(reply, &QNetworkReply::finished, this, &ImageTransfer::onFinished);
+        connect(reply, &QNetworkReply::metaDataChanged, this, &detail::ImageTransfer::onMetaData);
+        connect(reply, &QNetworkReply::readyRead, this, &detail::ImageTransfer::onReadyRead);
+        connect(reply, &QNetworkReply::finished, this, &detail::ImageTransfer::onFinished);
     }
 
     void onMetaData()
@@ -217,16 +251,12 @@ private:
         m_done = true;
         m_deadline->stop();
         dropReply();
-        if (!m_context) {
-            deleteLater();
-            return;
-        }
         // A watcher owned here rather than QFuture::then(context): in Qt 6.4 a continuation
         // checks its context from the decoding thread, racing with the context's destruction.
         auto *watcher = new QFutureWatcher<std::optional<LoadedImage>>(this);
         connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
-            if (m_context)
-                deliverLater(m_context, m_completion, watcher->result());
+            if (!m_abandoned)
+                Q_EMIT finished(watcher->result());
             deleteLater();
         });
         watcher->setFuture(AnimatedImageDecoder::decodeAsync(std::exchange(m_data, {})));
@@ -254,16 +284,16 @@ private:
     {
         m_done = true;
         m_deadline->stop();
-        if (m_context)
-            deliverLater(m_context, m_completion);
+        if (!m_abandoned)
+            Q_EMIT finished(std::nullopt);
         deleteLater();
     }
 
-    ImageLoader *m_loader;
-    QString m_urlString;
+    const QString m_urlString;
+    const ImageLoader::Timeouts m_timeouts;
+    const std::optional<QSslConfiguration> m_sslConfiguration;
+    QNetworkAccessManager *m_manager = nullptr;
     QUrl m_url;
-    QPointer<QObject> m_context;
-    ImageLoader::Completion m_completion;
     QPointer<QNetworkReply> m_reply;
     QTimer *m_deadline;
     QByteArray m_data;
@@ -274,31 +304,45 @@ private:
     bool m_abandoned = false;
 };
 
-ImageLoader::ImageLoader(const QString &cacheDirectory, QObject *parent)
-    : QObject(parent)
-    , m_manager(new QNetworkAccessManager(this))
+ImageTransferHost::~ImageTransferHost()
 {
-    m_manager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
-    m_manager->setTransferTimeout(int(m_timeouts.request.count()));
-    if (!cacheDirectory.isEmpty()) {
-        auto *cache = new QNetworkDiskCache(m_manager);
-        cache->setCacheDirectory(cacheDirectory);
-        m_manager->setCache(cache);
-    }
+    // The replies belong to the transfers, and must go before the manager and its cache.
+    qDeleteAll(findChildren<ImageTransfer *>(Qt::FindDirectChildrenOnly));
 }
 
-ImageLoader::~ImageLoader() = default;
+} // namespace detail
+
+ImageLoader::ImageLoader(const QString &cacheDirectory, QObject *parent)
+    : QObject(parent)
+    , m_cacheDirectory(cacheDirectory)
+{ }
+
+ImageLoader::~ImageLoader()
+{
+    stopThread(true);
+}
 
 ImageLoader *ImageLoader::shared()
 {
-    // Never destroyed: views may load until the very end of the process.
+    // Never destroyed: views may ask for it until the very end of the process.
     static ImageLoader *const instance = [] {
         auto *loader = new ImageLoader(defaultCacheDirectory());
-        if (QCoreApplication *app = QCoreApplication::instance())
+        if (QCoreApplication *app = QCoreApplication::instance()) {
             loader->moveToThread(app->thread());
+            // Nothing is left to show images once the event loop has quit; a test or a host
+            // that never runs one still destroys its application object.
+            connect(app, &QCoreApplication::aboutToQuit, loader,
+                    [loader] { loader->stopThread(false); });
+            qAddPostRoutine(stopSharedThread);
+        }
         return loader;
     }();
     return instance;
+}
+
+void ImageLoader::stopSharedThread()
+{
+    shared()->stopThread(true);
 }
 
 QString ImageLoader::defaultCacheDirectory()
@@ -309,40 +353,77 @@ QString ImageLoader::defaultCacheDirectory()
 
 void ImageLoader::setTimeouts(const Timeouts &timeouts)
 {
+    const QMutexLocker lock(&m_mutex);
     m_timeouts = timeouts;
-    m_manager->setTransferTimeout(int(timeouts.request.count()));
+}
+
+ImageLoader::Timeouts ImageLoader::timeouts() const
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_timeouts;
 }
 
 void ImageLoader::setSslConfiguration(const QSslConfiguration &configuration)
 {
+    const QMutexLocker lock(&m_mutex);
     m_sslConfiguration = configuration;
 }
 
 void ImageLoader::load(const QString &urlString, QObject *context, Completion completion)
 {
-    if (QThread::currentThread() != thread()) {
-        detail::postTo(this,
-                       [this, urlString, guard = QPointer<QObject>(context),
-                        hadContext = context != nullptr,
-                        completion = std::move(completion)]() mutable {
-                           if (hadContext && !guard)
-                               return;
-                           load(urlString, guard, std::move(completion));
-                       });
+    QObject *target = context ? context : this;
+    QMutexLocker lock(&m_mutex);
+    auto *transfer = new detail::ImageTransfer(urlString, m_timeouts, m_sslConfiguration);
+    connect(
+        transfer, &detail::ImageTransfer::finished, target,
+        [completion = std::move(completion)](std::optional<LoadedImage> image) {
+            completion(std::move(image));
+        },
+        Qt::QueuedConnection);
+
+    const QUrl url(urlString, QUrl::StrictMode);
+    if (HTTPSRedirectGuardDelegate::rawScheme(urlString) != u"https" || !url.isValid()
+        || url.host().isEmpty() || m_closed) {
+        if (!m_closed) {
+            qCDebug(lcVelmoraImages).noquote()
+                << u"ImageLoader: rejected non-HTTPS or invalid URL: "_s + urlString;
+        }
+        Q_EMIT transfer->finished(std::nullopt);
+        delete transfer;
         return;
     }
 
-    QObject *target = context ? context : this;
-    const QUrl url(urlString, QUrl::StrictMode);
-    if (HTTPSRedirectGuardDelegate::rawScheme(urlString) != u"https" || !url.isValid()
-        || url.host().isEmpty()) {
-        qCDebug(lcVelmoraImages).noquote()
-            << u"ImageLoader: rejected non-HTTPS or invalid URL: "_s + urlString;
-        deliverLater(target, std::move(completion));
-        return;
+    if (!m_thread) {
+        m_thread = new QThread;
+        m_thread->setObjectName(u"velmora-image-loader"_s);
+        m_host = new detail::ImageTransferHost(m_cacheDirectory);
+        m_host->moveToThread(m_thread);
+        m_thread->start();
     }
-    auto *transfer = new ImageTransfer(this, urlString, target, std::move(completion));
-    transfer->start(url);
+    connect(target, &QObject::destroyed, transfer, &detail::ImageTransfer::abandon);
+    transfer->moveToThread(m_thread);
+    // Posted while the lock is held, so that it reaches the thread before a stopThread()
+    // that follows; a transfer therefore never outlives its host unstarted.
+    detail::postTo(m_host, [host = m_host, transfer, url] { transfer->start(host, url); });
+}
+
+void ImageLoader::stopThread(bool final)
+{
+    QMutexLocker lock(&m_mutex);
+    m_closed = m_closed || final;
+    QThread *thread = std::exchange(m_thread, nullptr);
+    detail::ImageTransferHost *host = std::exchange(m_host, nullptr);
+    lock.unlock();
+    if (!thread)
+        return;
+    // After the transfers posted before it have started: deleting the host ends them all.
+    QMetaObject::invokeMethod(
+        host, [host] { delete host; }, Qt::BlockingQueuedConnection);
+    thread->quit();
+    thread->wait();
+    delete thread;
 }
 
 } // namespace velmora
+
+#include "imageloader.moc"

@@ -59,7 +59,9 @@ private Q_SLOTS:
     void load_data();
     void load();
     void destroyedContextAbandonsLoad();
+    void destroyedLoaderEndsItsLoads();
     void loadFromAnotherThread();
+    void transfersStayOffTheCallingThread();
 
 private:
     std::shared_ptr<Outcome> startLoad(const QString &url, QObject *context = nullptr);
@@ -196,6 +198,17 @@ void tst_ImageLoader::destroyedContextAbandonsLoad()
     QVERIFY(!outcome->delivered);
 }
 
+void tst_ImageLoader::destroyedLoaderEndsItsLoads()
+{
+    m_server.setResponse(u"/slow"_s, slowGif());
+    const auto outcome = startLoad(url(u"/slow"_s));
+    QTRY_COMPARE(m_server.requestCount(), 1);
+    m_loader.reset();
+    QTRY_COMPARE_WITH_TIMEOUT(m_server.openConnectionCount(), 0, 5000);
+    QTest::qWait(100);
+    QVERIFY(!outcome->delivered);
+}
+
 void tst_ImageLoader::loadFromAnotherThread()
 {
     m_server.setResponse(u"/image"_s, Response::withStatus(200, twoFrameGif()));
@@ -213,6 +226,32 @@ void tst_ImageLoader::loadFromAnotherThread()
     QTRY_VERIFY_WITH_TIMEOUT(outcome->delivered, 15000);
     QVERIFY(outcome->image);
     QCOMPARE(completionThread, QThread::currentThread());
+}
+
+// The network objects live on the loader's thread: the caller's thread only sees the
+// completion, however much the transfer has to do.
+void tst_ImageLoader::transfersStayOffTheCallingThread()
+{
+    class NetworkEventCounter : public QObject
+    {
+    public:
+        bool eventFilter(QObject *receiver, QEvent *) override
+        {
+            count += receiver->inherits("QNetworkReply")
+                || receiver->inherits("QNetworkAccessManager")
+                || receiver->inherits("QAbstractNetworkCache");
+            return false;
+        }
+        int count = 0;
+    } counter;
+    QCoreApplication::instance()->installEventFilter(&counter);
+    m_server.setResponse(
+        u"/image"_s, Response::withStatus(200, twoFrameGif(2 * 1024 * 1024)).trickled(65536, 1));
+    const auto outcome = startLoad(url(u"/image"_s));
+    QTRY_VERIFY_WITH_TIMEOUT(outcome->delivered, 15000);
+    QCoreApplication::instance()->removeEventFilter(&counter);
+    QVERIFY(outcome->image);
+    QCOMPARE(counter.count, 0);
 }
 
 QTEST_GUILESS_MAIN(tst_ImageLoader)
