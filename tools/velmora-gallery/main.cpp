@@ -8,6 +8,8 @@
 #include "httpserver/httpserver.h"
 #include "images/imageloader.h"
 #include "layout/keyboardsource.h"
+#include "modal/iampopupmodalviewcontroller.h"
+#include "modal/popupmodalpresenter.h"
 #include "popupbanner/iampopupbannerviewcontroller.h"
 #include "popupbanner/popupbannerpresenter.h"
 #include "presentation/embeddedbannerstore.h"
@@ -206,6 +208,73 @@ QStringList renderEmbedded(const QString &outDir, const std::function<QString(QS
     return written;
 }
 
+// The popup modal over a host screen, composed as the window system would show the two.
+QStringList renderModal(const QString &outDir, const std::function<QString(QString)> &image)
+{
+    PopupModalAction full;
+    full.creative.image.url = image(u"spring-sale.png"_s);
+    full.creative.image.linkUrl = u"https://example.com/sale"_s;
+    full.creative.title = text(u"Spring sale"_s);
+    full.creative.body = text(u"Everything 20% off until Sunday, in every store and online."_s);
+    full.creative.button = ButtonContent { u"Shop now"_s, u"https://example.com/sale"_s, {}, {} };
+    PopupModalAction imageOnly;
+    imageOnly.creative.image.url = image(u"loyalty.jpg"_s);
+    PopupModalAction textOnly;
+    textOnly.creative.title = text(u"Free shipping over 50"_s);
+    textOnly.creative.body = text(u"On every order, until the end of the month."_s);
+    textOnly.creative.button = ButtonContent { u"Got it"_s, {}, u"FFFFFF"_s, u"1D2635"_s };
+    PopupModalAction longText = full;
+    QString body;
+    for (int i = 0; i < 30; ++i)
+        body += u"Our terms changed: read how we keep your data, what you can ask of us and "
+                u"how to reach us. "_s;
+    longText.creative.body = text(body);
+    longText.creative.title = text(u"We updated our terms"_s, u"FFFFFF"_s, u"1D2635"_s);
+
+    const QList<std::pair<QString, PopupModalAction>> scenes {
+        { u"modal-full"_s, full },
+        { u"modal-image-only"_s, imageOnly },
+        { u"modal-text-only"_s, textOnly },
+        { u"modal-long-text"_s, longText },
+    };
+    QStringList written;
+    for (const QSize size : { QSize(390, 844), QSize(1280, 800) }) {
+        for (const auto &[name, action] : scenes) {
+            QWidget *host = makeHost(size);
+            host->show();
+            QApplication::setActiveWindow(host);
+            PopupModalPresenter presenter;
+            presenter.present(u"gallery"_s, name, action, {});
+            IAMPopupModalViewController *modal = presenter.currentModal();
+            if (!modal) {
+                std::fprintf(stderr, "%s: no modal\n", qPrintable(name));
+                delete host;
+                continue;
+            }
+            waitFor([] { return false; }, action.creative.image.url.isEmpty() ? 400 : 1500);
+            for (const qreal dpr : { 1.0, 2.0 }) {
+                QImage shot(size * dpr, QImage::Format_ARGB32_Premultiplied);
+                shot.setDevicePixelRatio(dpr);
+                shot.fill(Qt::transparent);
+                host->render(&shot);
+                QPainter painter(&shot);
+                modal->render(&painter);
+                painter.end();
+                const QString path = u"%1/%2-%3x%4@%5x.png"_s.arg(outDir, name)
+                                         .arg(size.width())
+                                         .arg(size.height())
+                                         .arg(int(dpr));
+                shot.save(path);
+                written << path;
+            }
+            presenter.removeModalWindow();
+            delete host;
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        }
+    }
+    return written;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -309,6 +378,7 @@ int main(int argc, char *argv[])
         }
     }
     written << renderEmbedded(outDir, image);
+    written << renderModal(outDir, image);
     for (const QString &path : std::as_const(written))
         std::printf("%s\n", qPrintable(path));
     return 0;

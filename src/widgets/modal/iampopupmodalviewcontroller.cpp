@@ -133,6 +133,13 @@ void IAMPopupModalViewController::buildContent()
     m_scroll->setWidgetResizable(false);
     m_scroll->setAttribute(Qt::WA_TranslucentBackground);
     m_scroll->viewport()->setAutoFillBackground(false);
+    // A slim bar inside the card's inset, clear of its rounded corner, not the desktop's.
+    m_scroll->verticalScrollBar()->setStyleSheet(
+        u"QScrollBar:vertical { width: 6px; background: transparent; margin: 8px 2px 12px 0; }"
+        u"QScrollBar::handle:vertical { background: rgba(0, 0, 0, 64); border-radius: 2px;"
+        u" min-height: 24px; }"
+        u"QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0; }"
+        u"QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: none; }"_s);
     m_stack = new QWidget;
     m_stack->setObjectName(u"stack"_s);
     m_stack->setAutoFillBackground(false);
