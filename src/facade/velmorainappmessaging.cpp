@@ -156,6 +156,9 @@ VelmoraInAppMessagingPrivate::VelmoraInAppMessagingPrivate(VelmoraInAppMessaging
     coordinator = std::make_unique<MessageDisplayCoordinator>(
         std::move(modal), std::move(banner), embeddedBannerStore.get(), popupBannerStore.get());
     messageService = std::make_unique<MessageService>(config, repository, coordinator.get());
+#if VELMORA_WITH_WIDGETS
+    widgets::useEmbeddedBannerStore(embeddedBannerStore.get());
+#endif
     messageService->setDelegate(&relay);
     messageService->setDisplayFilter(
         [this](const InAppMessageAction &action) { return relay.shouldDisplay(action.contents); });

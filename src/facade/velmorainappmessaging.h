@@ -48,6 +48,7 @@ struct WidgetAnchor
 /// \endcode
 ///
 /// Every call may come from any thread; screen views move to the GUI thread in call order.
+/// Create IAMUIEmbeddedBanner slots after the first use of shared(), which hands them its store.
 /// The library's callbacks and signals arrive on the GUI thread.
 class VELMORA_EXPORT VelmoraInAppMessaging : public QObject
 {

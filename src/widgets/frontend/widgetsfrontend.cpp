@@ -1,5 +1,7 @@
 #include "frontend/widgetsfrontend.h"
 
+#include "embedded/iamuiembeddedbanner.h"
+#include "modal/popupmodalpresenter.h"
 #include "popupbanner/popupbannerpresenter.h"
 #include "presentation/popupmodalpresentertype.h"
 
@@ -53,9 +55,16 @@ std::unique_ptr<PopupBannerPresenterType> makeBannerPresenter()
     return std::make_unique<PopupBannerPresenter>();
 }
 
+void useEmbeddedBannerStore(EmbeddedBannerStore *store)
+{
+    IAMUIEmbeddedBanner::setDefaultStore(store);
+}
+
 std::unique_ptr<PopupModalPresenterType> makeModalPresenter()
 {
-    return nullptr;
+    if (!isWidgetsHost())
+        return nullptr;
+    return std::make_unique<PopupModalPresenter>();
 }
 
 QWidget *findTopWidget()

@@ -10,6 +10,7 @@ QT_END_NAMESPACE
 
 namespace velmora {
 
+class EmbeddedBannerStore;
 class PopupBannerPresenterType;
 class PopupModalPresenterType;
 
@@ -21,6 +22,8 @@ namespace widgets {
 bool isWidgetsHost();
 
 std::unique_ptr<PopupBannerPresenterType> makeBannerPresenter();
+/// The store embedded banners show when the host creates them without one.
+void useEmbeddedBannerStore(EmbeddedBannerStore *store);
 std::unique_ptr<PopupModalPresenterType> makeModalPresenter();
 
 /// The widget a screen's messages go on when the host names none: starting at the active modal

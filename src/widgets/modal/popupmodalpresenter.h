@@ -1,5 +1,6 @@
 #pragma once
 
+#include "modal/iampopupmodalviewcontroller.h"
 #include "presentation/popupmodalpresentertype.h"
 
 #include <QObject>
@@ -9,7 +10,7 @@ class QWidget;
 
 namespace velmora {
 
-class IAMPopupModalViewController;
+
 
 /// Shows popup modals in windows of their own over the host's foreground window, one at a
 /// time: a new modal replaces the one on show at once and silently (no close reaction, no
@@ -33,6 +34,7 @@ public:
     IAMPopupModalViewController *currentModal() const { return m_current; }
     /// Removes the modal on show at once, silently.
     void removeModalWindow();
+    void dismissAll() override { removeModalWindow(); }
 
     /// The top-level widget a modal would cover now: the active window, else the top-level of
     /// the window with focus, else the first visible one; never a modal of ours.

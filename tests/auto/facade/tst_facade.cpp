@@ -1,6 +1,8 @@
+#include "embedded/iamuiembeddedbanner.h"
 #include "frontend/widgetsfrontend.h"
 #include "httpserver/httpserver.h"
 #include "images/imageloader.h"
+#include "modal/iampopupmodalviewcontroller.h"
 #include "popupbanner/iampopupbannerviewcontroller.h"
 
 #include <VelmoraInAppMessaging/velmorainappmessaging.h>
@@ -49,6 +51,12 @@ QByteArray banner(const QByteArray &id, const QByteArray &location, const QStrin
         + R"("}})";
 }
 
+QByteArray modal(const QByteArray &id)
+{
+    return R"({"meta": {"scenario_id": ")" + id
+        + R"(", "updated_at": "2026-01-01T00:00:00Z", "priority": 90, "action_type": "popup_modal"}, "creative_type": "single_message", "creative": {"image": {"url": ""}, "title": {"text": "Modal"}}})";
+}
+
 QByteArray embedded(const QByteArray &id, const QByteArray &component)
 {
     return R"({"meta": {"scenario_id": ")" + id
@@ -79,6 +87,14 @@ public:
     QStringList log;
     QStringList vetoed;
 };
+
+qsizetype visibleModals()
+{
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    return std::count_if(windows.cbegin(), windows.cend(), [](QWidget *window) {
+        return qobject_cast<IAMPopupModalViewController *>(window) && window->isVisible();
+    });
+}
 
 QList<IAMPopupBannerViewController *> banners(QWidget *target)
 {
@@ -162,27 +178,37 @@ void tst_Facade::screenViewShowsAndReacts()
     const QString image = m_images.url(u"/a.png"_s).toString();
     m_api.setDefaultResponse(Response::json(
         response({ banner("top-one", "top", image), banner("bottom-one", "bottom", image),
-                   banner("bottom-two", "bottom", image, 10), embedded("slot", "home_slot") })));
+                   banner("bottom-two", "bottom", image, 10), embedded("slot", "home_slot"),
+                   modal("modal") })));
+    auto *slot = new IAMUIEmbeddedBanner(m_window.get());
+    slot->setComponentId(u"home_slot"_s);
     QSignalSpy detected(&VelmoraInAppMessaging::shared(),
                         &VelmoraInAppMessaging::messageDetectedForDisplay);
     VelmoraInAppMessaging::shared().screenView(u"home"_s, m_window.get(), {}, {}, [] {
         return CustomParameterBuilder::buildBlock({ putString(u"plan"_s, u"gold"_s) });
     });
     QTRY_COMPARE(banners(m_window.get()).size(), 2);
-    QTRY_COMPARE(reactions().size(), 2);
+    QTRY_COMPARE(slot->state(), IAMUIEmbeddedBanner::State::Revealed);
+    QTRY_COMPARE(reactions().size(), 4);
     const QStringList opened = reactions();
     QCOMPARE(QSet<QString>(opened.cbegin(), opened.cend()),
-             QSet<QString>({ u"open:top-one"_s, u"open:bottom-one"_s }));
-    QCOMPARE(detected.size(), 4);
-    QCOMPARE(m_observer->log.size(), 4);
+             QSet<QString>(
+                 { u"open:top-one"_s, u"open:bottom-one"_s, u"open:slot"_s, u"open:modal"_s }));
+    QCOMPARE(detected.size(), 5);
+    QCOMPARE(m_observer->log.size(), 5);
+    QCOMPARE(visibleModals(), 1);
     QCOMPARE(m_api.requests().first().json()[u"custom"_s].toArray().size(), 1);
 
     // A new screen removes the banners silently.
     m_api.setDefaultResponse(Response::json(response({})));
     VelmoraInAppMessaging::shared().screenView(u"next"_s, m_window.get());
     QTRY_COMPARE(banners(m_window.get()).size(), 0);
+    QTRY_COMPARE(slot->state(), IAMUIEmbeddedBanner::State::Hidden);
     QTest::qWait(50);
-    QCOMPARE(reactions().size(), 2);
+    QCOMPARE(reactions().size(), 4);
+    // A new screen leaves the modal alone; the host's dismissAll() removes it silently.
+    VelmoraInAppMessaging::shared().dismissAll();
+    QTRY_COMPARE(visibleModals(), 0);
 }
 
 void tst_Facade::hostControls_data()
