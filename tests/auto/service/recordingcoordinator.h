@@ -32,9 +32,8 @@ public:
     }
     void finishLoading() override { record(QStringLiteral("finishLoading")); }
     void displayMessage(const QList<InAppMessageAction> &actions, const QString &screenName,
-                        QObject *target, const VerticalAnchor &, const VerticalAnchor &) override
+                        QObject *, const VerticalAnchor &, const VerticalAnchor &) override
     {
-        lastTarget = target;
         record(QStringLiteral("display:") + screenName + u':' + ids(actions));
     }
     void displayMessageForQuick(const QList<InAppMessageAction> &actions,
@@ -53,7 +52,6 @@ public:
 
     int reactionHandlerInstalls = 0;
     bool calledOffGuiThread = false;
-    QObject *lastTarget = nullptr;
 
 private:
     void record(const QString &entry)
@@ -81,12 +79,10 @@ public:
     void messageError(const std::optional<InAppMessage> &message,
                       const VelmoraError &error) override
     {
-        errors.append(error);
         m_log->append(QStringLiteral("error:")
                       + (message ? message->rawType() : QStringLiteral("-")) + u':'
                       + error.description());
     }
-    QList<VelmoraError> errors;
 
 private:
     QStringList *m_log;
