@@ -47,6 +47,15 @@ QString example(const QString &name)
     return QStringLiteral(VELMORA_EXAMPLES_DIR) + u"/responses/"_s + name;
 }
 
+// "fetch" or "react" against the host with key "k" and tenant "t", then the given words.
+QStringList command(const QString &verb, const QString &host, const QString &words)
+{
+    return QStringList {
+        verb, u"--api-host"_s, host, u"--api-key"_s, u"k"_s, u"--tenant"_s, u"t"_s
+    }
+    + words.split(u' ', Qt::SkipEmptyParts);
+}
+
 } // namespace
 
 class tst_CommandLine : public QObject
@@ -124,27 +133,11 @@ void tst_CommandLine::fetchShowsWhatWouldDisplay()
     QVERIFY(server.listen());
     QFile file(example(u"positions.json"_s));
     QVERIFY(file.open(QIODevice::ReadOnly));
-    server.setResponse(u"/vorpex/v1/app_events/view"_s, Response::json(file.readAll()));
-    const Run run = inspect({ u"fetch"_s,
-                              u"--api-host"_s,
-                              server.baseUrl().toString() + u"/vorpex/v1"_s,
-                              u"--api-key"_s,
-                              u"k"_s,
-                              u"--tenant"_s,
-                              u"t"_s,
-                              u"--screen"_s,
-                              u"cart"_s,
-                              u"--customer-id"_s,
-                              u"c9"_s,
-                              u"--strict-login"_s,
-                              u"--param"_s,
-                              u"plan=string:gold"_s,
-                              u"--param"_s,
-                              u"ids=integer[]:1,2"_s,
-                              u"--param"_s,
-                              u"plan=string:silver"_s,
-                              u"--param"_s,
-                              u"flags=bool[]:"_s });
+    server.setResponse(u"/app_events/view"_s, Response::json(file.readAll()));
+    const Run run = inspect(command(u"fetch"_s, server.baseUrl().toString(),
+                                    u"--screen cart --customer-id c9 --strict-login "
+                                    "--param plan=string:gold --param ids=integer[]:1,2 "
+                                    "--param plan=string:silver --param flags=bool[]:"_s));
     QCOMPARE(run.exitCode, 0);
     const QJsonObject result = run.last();
     QCOMPARE(result[u"errors"_s].toArray().size(), 0);
@@ -169,49 +162,40 @@ void tst_CommandLine::fetchShowsWhatWouldDisplay()
 
 void tst_CommandLine::fetchReportsErrors_data()
 {
-    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("host"); // empty: the server's
+    QTest::addColumn<QString>("words");
     QTest::addColumn<Response>("response");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("error"); // empty: exits with 64 for bad usage
 
-    QTest::newRow("server error") << QStringList {} << Response::withStatus(503)
-                                  << u"serverError: 503"_s << 1;
+    QTest::newRow("server error") << QString() << QString() << Response::withStatus(503)
+                                  << u"serverError: 503"_s;
     QTest::newRow("invalid host")
-        << QStringList { u"--api-host"_s, u"ftp://x"_s } << Response::json("{}")
+        << u"ftp://x"_s << QString() << Response::json("{}")
         << u"precondition: apiHost is invalid: \"ftp://x\". Call VelmoraInAppMessaging::shared().setup() "_s
-           u"with a valid http or https apiHost."_s
-        << 1;
+           u"with a valid http or https apiHost."_s;
     QTest::newRow("unsupported type")
-        << QStringList {}
+        << QString() << QString()
         << Response::json(
                R"({"actions": [{"meta": {"scenario_id": "s", "updated_at": "2024-05-01T00:00:00Z", "action_type": "x"}}]})")
-        << u"precondition: Received an unsupported message type: 'x'. Please update the SDK."_s
-        << 1;
-    QTest::newRow("bad param") << QStringList { u"--param"_s, u"a=float:1"_s }
-                               << Response::json("{}") << QString() << 64;
+        << u"precondition: Received an unsupported message type: 'x'. Please update the SDK."_s;
+    QTest::newRow("bad param") << QString() << u"--param a=float:1"_s << Response::json("{}")
+                               << QString();
 }
 
 void tst_CommandLine::fetchReportsErrors()
 {
-    QFETCH(QStringList, args);
+    QFETCH(QString, host);
+    QFETCH(QString, words);
     QFETCH(Response, response);
     QFETCH(QString, error);
-    QFETCH(int, exitCode);
     HttpServer server;
     QVERIFY(server.listen());
     server.setDefaultResponse(response);
-    QStringList all { u"fetch"_s, u"--api-key"_s, u"k"_s, u"--tenant"_s,
-                      u"t"_s,     u"--screen"_s,  u"s"_s };
-    if (!args.contains(u"--api-host"_s))
-        all += { u"--api-host"_s, server.baseUrl().toString() };
-    const Run run = inspect(all + args);
-    QCOMPARE(run.exitCode, exitCode);
-    if (exitCode == 64)
-        return;
-    const QJsonArray errors = run.last()[u"errors"_s].toArray();
-    QCOMPARE(errors.size(), error.isEmpty() ? 0 : 1);
+    const Run run = inspect(command(u"fetch"_s, host.isEmpty() ? server.baseUrl().toString() : host,
+                                    u"--screen s "_s + words));
+    QCOMPARE(run.exitCode, error.isEmpty() ? 64 : 1);
     if (!error.isEmpty())
-        QCOMPARE(errors[0].toString(), error);
+        QCOMPARE(run.last()[u"errors"_s].toArray(), QJsonArray { error });
 }
 
 void tst_CommandLine::fetchKeepsVisitorInState()
@@ -223,10 +207,8 @@ void tst_CommandLine::fetchKeepsVisitorInState()
         Response::json(R"({"actions": []})").header("x-vorpex-visitor-id", "v-77"));
     server.setDefaultResponse(Response::json(R"({"actions": []})"));
     QTemporaryDir state;
-    const QStringList args { u"fetch"_s,     u"--api-host"_s, server.baseUrl().toString(),
-                             u"--api-key"_s, u"k"_s,          u"--tenant"_s,
-                             u"t"_s,         u"--screen"_s,   u"s"_s,
-                             u"--state"_s,   state.path() };
+    const QStringList args
+        = command(u"fetch"_s, server.baseUrl().toString(), u"--screen s --state "_s + state.path());
     QCOMPARE(inspect(args).exitCode, 0);
     QCOMPARE(inspect(args).exitCode, 0);
     QCOMPARE(server.requestCount(), 2);
@@ -236,28 +218,23 @@ void tst_CommandLine::fetchKeepsVisitorInState()
 
 void tst_CommandLine::reactExitStatus_data()
 {
-    QTest::addColumn<QList<Response>>("responses");
-    QTest::addColumn<int>("requests");
+    QTest::addColumn<Response>("response");
     QTest::addColumn<int>("exitCode");
-    QTest::newRow("delivered") << QList<Response> { Response::json("{}") } << 1 << 0;
-    QTest::newRow("client error gives up at once")
-        << QList<Response> { Response::withStatus(404) } << 1 << 1;
+    QTest::newRow("delivered") << Response::json("{}") << 0;
+    QTest::newRow("client error gives up at once") << Response::withStatus(404) << 1;
 }
 
 void tst_CommandLine::reactExitStatus()
 {
-    QFETCH(QList<Response>, responses);
-    QFETCH(int, requests);
+    QFETCH(Response, response);
     QFETCH(int, exitCode);
     HttpServer server;
     QVERIFY(server.listen());
-    for (const auto &response : responses)
-        server.enqueueResponse(u"/app_events/reaction"_s, response);
-    const Run run = inspect({ u"react"_s, u"--api-host"_s, server.baseUrl().toString(),
-                              u"--api-key"_s, u"k"_s, u"--tenant"_s, u"t"_s, u"--screen"_s,
-                              u"home"_s, u"--scenario"_s, u"sc"_s, u"--type"_s, u"close"_s });
+    server.enqueueResponse(u"/app_events/reaction"_s, response);
+    const Run run = inspect(command(u"react"_s, server.baseUrl().toString(),
+                                    u"--screen home --scenario sc --type close"_s));
     QCOMPARE(run.exitCode, exitCode);
-    QCOMPARE(server.requestCount(), requests);
+    QCOMPARE(server.requestCount(), 1);
     QCOMPARE(server.lastRequest().json()[u"reaction"_s].toString(), u"close"_s);
 }
 
