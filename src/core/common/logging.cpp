@@ -9,6 +9,7 @@
 
 #ifdef Q_OS_UNIX
 #include <cerrno>
+#include <climits>
 #include <poll.h>
 #include <unistd.h>
 #endif
