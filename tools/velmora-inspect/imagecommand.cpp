@@ -34,18 +34,21 @@ int runImage(const QStringList &args)
     QStringList delays;
     double totalDuration = 0;
     int frames = 1;
+    qint64 residentBytes = image->firstFrame().sizeInBytes();
     if (const AnimatedImageSource *animation = image->animatedSource()) {
         for (double delay : animation->delays())
             delays.append(jsonNumber(delay));
         totalDuration = animation->totalDuration();
         frames = int(animation->frameCount());
+        residentBytes = animation->residentBytes();
     }
     // Written by hand to keep the documented key order; QJsonObject would sort the keys.
     printOut(u"{\"kind\":\""_s + (image->isAnimated() ? u"animated"_s : u"still"_s)
              + u"\",\"width\":"_s + QString::number(image->size().width()) + u",\"height\":"_s
              + QString::number(image->size().height()) + u",\"frames\":"_s + QString::number(frames)
              + u",\"delays\":["_s + delays.join(u',') + u"],"_s + u"\"total_duration\":"_s
-             + jsonNumber(totalDuration) + u'}');
+             + jsonNumber(totalDuration) + u",\"resident_bytes\":"_s
+             + QString::number(residentBytes) + u'}');
     return Success;
 }
 

@@ -27,15 +27,18 @@ void tst_InspectImage::image_data()
     red.fill(Qt::red);
     QImage blue = red;
     blue.fill(Qt::blue);
-    QTest::newRow("animation") << velmora::test::encodeGif({ GifFrame(red, 0), GifFrame(blue, 25) },
-                                                           red.size())
+    // The last frame has no delay of its own: 0.1 s, not the 0.4 before it. Each frame holds
+    // 8-bit rows of 32 bytes.
+    QTest::newRow("animation") << velmora::test::encodeGif(
+        { GifFrame(red, 0), GifFrame(blue, 40), GifFrame(red, 40, false) }, red.size())
                                << 0
-                               << QByteArray(
-                                      R"({"kind":"animated","width":30,"height":20,)"
-                                      R"("frames":2,"delays":[0.1,0.25],"total_duration":0.35})");
+                               << QByteArray(R"({"kind":"animated","width":30,"height":20,)"
+                                             R"("frames":3,"delays":[0.1,0.4,0.1],)"
+                                             R"("total_duration":0.6,"resident_bytes":1920})");
     QTest::newRow("still") << velmora::test::encodeGif({ GifFrame(red) }, red.size()) << 0
-                           << QByteArray(R"({"kind":"still","width":30,"height":20,"frames":1,)"
-                                         R"("delays":[],"total_duration":0})");
+                           << QByteArray(
+                                  R"({"kind":"still","width":30,"height":20,"frames":1,)"
+                                  R"("delays":[],"total_duration":0,"resident_bytes":2400})");
     QTest::newRow("not an image") << QByteArray("plain text") << 1 << QByteArray();
     QTest::newRow("missing file") << QByteArray() << 2 << QByteArray();
 }
