@@ -77,7 +77,8 @@ bool sameOrigin(const QUrl &a, const QUrl &b)
 
 QString originText(const QUrl &url)
 {
-    return url.scheme() + u"://"_s + url.host(QUrl::FullyEncoded) + u':'
+    const QString host = url.host(QUrl::FullyEncoded);
+    return url.scheme() + u"://"_s + (host.contains(u':') ? u'[' + host + u']' : host) + u':'
         + QString::number(url.port(defaultPort(url)));
 }
 
