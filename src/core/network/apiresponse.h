@@ -32,6 +32,9 @@ namespace detail {
 /// The instant of an "updated_at" text; the current time, with a warning, when it is not an
 /// internet date-time with or without fractional seconds.
 QDateTime parseUpdatedDate(const QString &updatedAt);
+/// decodeAPIResponse through QJsonDocument alone: what it does for documents only Qt accepts,
+/// and the reference its faster path is tested against.
+Expected<APIResponse, DecodingError> decodeWithQJsonDocument(const QByteArray &body);
 } // namespace detail
 
 } // namespace velmora
