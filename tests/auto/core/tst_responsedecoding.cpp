@@ -4,10 +4,13 @@
 #include <VelmoraInAppMessaging/popupbanneraction.h>
 #include <VelmoraInAppMessaging/popupmodalaction.h>
 
+#include <QDirIterator>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRandomGenerator>
 #include <QTest>
 
+#include <cmath>
 #include <limits>
 
 using namespace Qt::StringLiterals;
@@ -50,6 +53,153 @@ constexpr qint64 dropped = std::numeric_limits<qint64>::min();
 
 const QByteArray creative = R"("creative": {"image": {"url": "https://x/i.png"}})";
 
+const QString prefix = u"[VelmoraInAppMessaging][WARNING] "_s;
+
+QString dump(const std::optional<QString> &text)
+{
+    return text ? u'"' + *text + u'"' : u"-"_s;
+}
+QString dump(const std::optional<TextContent> &t)
+{
+    return t ? u'{' + t->text + u',' + dump(t->textColor) + u',' + dump(t->backgroundColor) + u'}'
+             : u"-"_s;
+}
+QString dump(const std::optional<ContentsLength> &length)
+{
+    return length ? QString::number(length->length) + rawValue(length->unit) : u"-"_s;
+}
+
+// The warnings, then the error or every field of the result, one action a line. A date that
+// fell back to the clock reads "now": two decodes never share the instant.
+QStringList decodeAndDump(Expected<APIResponse, DecodingError> (*decode)(const QByteArray &),
+                          const QByteArray &body)
+{
+    QStringList lines;
+    // Each warning decodes another document meanwhile, as a host's sink may; that must not
+    // disturb the decode that warned.
+    const auto previous = detail::setWarningSink([&lines](const QString &line) {
+        lines << line;
+        QVERIFY(decodeAPIResponse(R"({"actions": [{"meta": {"scenario_id": "inner",
+            "updated_at": "2024-05-01T09:30:00Z", "action_type": "x"}}]})"));
+    });
+    const QDateTime before = QDateTime::currentDateTimeUtc();
+    const auto decoded = decode(body);
+    const QDateTime after = QDateTime::currentDateTimeUtc();
+    detail::setWarningSink(previous);
+    if (!decoded)
+        return lines << u"error: "_s + decoded.error().description;
+    lines << u"status: "_s + decoded->status;
+    for (const InAppMessageAction &action : decoded->actions) {
+        const InAppMessageActionMeta &m = action.meta;
+        const bool now = m.updatedDate >= before && m.updatedDate <= after;
+        QStringList f { m.scenarioId, m.updatedAt, QString::number(m.priority), m.actionType };
+        f << (now ? u"now"_s : m.updatedDate.toString(Qt::ISODateWithMs))
+          << action.contents.rawType() << action.contents.componentId();
+        if (const SingleMessageCreative *c = action.contents.creative()) {
+            f << c->image.url << dump(c->image.linkUrl) << dump(c->title) << dump(c->body)
+              << dump(c->backgroundColor);
+            if (const std::optional<ButtonContent> &button = c->button)
+                f << button->text << dump(button->linkUrl) << dump(button->textColor)
+                  << dump(button->backgroundColor);
+        }
+        if (const PopupBannerAction *b = action.contents.popupBannerAction()) {
+            f << rawValue(b->position);
+            for (double side : { b->margin.top, b->margin.bottom, b->margin.left, b->margin.right })
+                f << (std::signbit(side) ? u"-"_s : QString()) // number() drops the sign of -0
+                        + QString::number(std::abs(side), 'g', 17);
+            if (b->size)
+                f << dump(b->size->width) << dump(b->size->height);
+        }
+        lines << f.join(u'|');
+    }
+    return lines;
+}
+
+// Response-shaped documents from a schema whose leaves list the values a key usually gets (JSON
+// with ' for ", or "" for texts); any key may be dropped, repeated or given any value, and some
+// documents are damaged. The odd values are read differently by the two parsers.
+class DocumentGenerator
+{
+public:
+    QByteArray document()
+    {
+        const int shape = pick(40); // rarely an array or a scalar instead of an object
+        QByteArray json = shape > 1 ? generate(m_schema)
+            : shape                 ? '[' + generate(m_schema) + ']'
+                                    : any();
+        if (!pick(40))
+            json.prepend("\xEF\xBB\xBF"); // a byte-order mark, which only Qt accepts
+        if (!pick(10))
+            json[pick(int(json.size()))] = char(pick(256));
+        if (!pick(20))
+            json.truncate(pick(int(json.size())));
+        return json;
+    }
+
+private:
+    int pick(int n) { return int(m_random.bounded(n)); }
+    QByteArray pickFrom(const QList<QByteArray> &values) { return values.at(pick(values.size())); }
+    static QList<QByteArray> split(const QByteArray &values) { return values.split('|'); }
+    QByteArray any()
+    {
+        if (!pick(2000)) {
+            return pickFrom(
+                split("1e-400|-0e-5|1.|.5|01|\"\\ud800\"|\"a\tb\"|\"\xFF\"|\"\xED\xA0\x80\"|"
+                      "18446744073709551616")
+                << QByteArray(1020, '[') + QByteArray(1020, ']'));
+        }
+        return pickFrom(
+            split("null|true|0|-0|-0.0|7.0|7.5|1e2|1e19|9223372036854775807|"
+                  "9223372036854775808|18446744073709551615|\"\"|\"10\"|\"px\"|\"top\"|"
+                  "\"\xC3\xA9\xF0\x9F\x98\x80\"|\"\\u00e9\\ud83d\\ude00\\n\\u0001\"|[]|{}"));
+    }
+    QByteArray generate(const QJsonValue &schema)
+    {
+        if (schema.isString()) {
+            const QByteArray values = schema.toString().toUtf8().replace('\'', '"');
+            return !pick(20)
+                ? any()
+                : pickFrom(split(values.isEmpty() ? "\"https://x/i.png\"|\"FF0000\"|\"\"|"
+                                                    "\"\xE3\x81\x93\""
+                                                  : values));
+        }
+        if (schema.isArray()) {
+            QList<QByteArray> actions;
+            for (int i = pick(10) ? pick(8) : 120 + pick(20); i > 0; --i)
+                actions << (pick(12) ? generate(schema[0]) : any());
+            return '[' + actions.join(',') + ']';
+        }
+        QList<QByteArray> members;
+        const QJsonObject object = schema.toObject();
+        for (auto it = object.begin(); it != object.end(); ++it) {
+            const QByteArray key = '"' + it.key().toUtf8() + "\": ";
+            if (pick(16))
+                members << key + (pick(40) ? generate(*it) : any());
+            if (!pick(40)) // a repeated key: the last one counts
+                members << key + any();
+        }
+        for (qsizetype i = members.size() - 1; i > 0; --i)
+            members.swapItemsAt(i, pick(int(i + 1)));
+        return '{' + members.join(", ") + '}';
+    }
+
+    QRandomGenerator m_random { 20240501 };
+    const QJsonValue m_schema = QJsonDocument::fromJson(R"({"status": "'ok'", "actions": [{
+        "meta": {"scenario_id": "", "priority": "3|-1|50.0",
+            "updated_at": "'2024-05-01T09:30:00Z'|'2024-05-01T09:30:00.5-02:30'|'2023-02-29T00:00:00Z'|'a\\r\\n\\u001b[31m'",
+            "action_type": "'popup_modal'|'popup_banner'|'embedded_banner'|'x'"},
+        "creative": {"image": {"url": "", "link_url": ""},
+            "title": {"text": "", "text_color": "", "background_color": ""},
+            "body": {"text": "", "text_color": "", "background_color": ""},
+            "button": {"text": "", "link_url": "", "text_color": "", "background_color": ""},
+            "background_color": ""},
+        "layout": {"location": "'top'|'bottom_right'|'BOTTOM'", "component_id": "",
+            "margin": {"top": "8|-0.0", "bottom": "-4", "left": "1.5|-0", "right": "0|1e2"},
+            "size": {"width": {"length": "0|1|100|101|999|1000", "unit": "'px'|'percentage'|'p\\nt'"},
+                     "height": {"length": "1|100|50.0", "unit": "'px'|'percentage'"}}}}]})")
+                                    .object();
+};
+
 } // namespace
 
 class tst_ResponseDecoding : public QObject
@@ -71,6 +221,8 @@ private Q_SLOTS:
     void priority_data();
     void priority();
     void displayOrder();
+    void sameAsQtPath_data();
+    void sameAsQtPath();
 };
 
 void tst_ResponseDecoding::envelope_data()
@@ -432,6 +584,81 @@ void tst_ResponseDecoding::displayOrder()
     QCOMPARE(order,
              (QStringList { u"default"_s, u"tie-a"_s, u"tie-b"_s, u"five-late"_s, u"five-early"_s,
                             u"one"_s }));
+}
+
+void tst_ResponseDecoding::sameAsQtPath_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<int>("warnings"); // -1: not checked beyond being the Qt path's
+    QTest::addColumn<QString>("lastWarning");
+
+    const QByteArray lateDate
+        = R"({"meta": {"scenario_id": "s", "updated_at": "late", "action_type": "x"}})";
+    QList<QByteArray> actions(150, "7");
+    actions[120] = lateDate;
+    // First, so that a count kept across responses would fail the rows after it.
+    QTest::newRow("150 skipped, other warnings not capped, summary after the last action")
+        << R"({"actions": [)" + actions.join(',') + R"(], "status": 1})" << 102
+        << u"Skipped 49 more malformed actions in this response."_s;
+    QTest::newRow("100 skipped") << wrapActions(QByteArray("7,").repeated(99) + "7") << 100
+                                 << u"Skipping malformed action at index 99: expected an object at "
+                                    u"actions[99], found a number"_s;
+    QTest::newRow("101 skipped") << wrapActions(QByteArray("7,").repeated(100) + "7") << 101
+                                 << u"Skipped 1 more malformed actions in this response."_s;
+    QTest::newRow("updated_at escaped")
+        << wrapActions(QByteArray(lateDate).replace(
+               "late", R"(a\nb\r\tc\u0001\u001b[31m\u007f\u0085\u2028d)"))
+        << 1
+        << u"Failed to parse updated_at as ISO8601; falling back to the current time. "
+           u"updatedAt=\"a\\nb\\r\\tc\\x01\\x1B[31m\\x7F\\x85\\u2028d\""_s;
+    const QByteArray unit = R"("layout": {"size": {"width": {"length": 5, "unit": "p\nx\u0000"}}})";
+    QTest::newRow("unit escaped")
+        << wrapActions(action("popup_banner", creative + ", " + unit)) << 1
+        << u"Skipping malformed action at index 0: data corrupted at "
+           u"actions[0].layout.size.width.unit: unknown unit \"p\\nx\\x00\""_s;
+
+    const QString examples = QFINDTESTDATA("../../../examples");
+    for (QDirIterator it(examples, { u"*.json"_s }, QDir::Files, QDirIterator::Subdirectories);
+         it.hasNext();) {
+        QFile file(it.next());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QTest::addRow("%s", qPrintable(QDir(examples).relativeFilePath(file.fileName())))
+            << file.readAll() << -1 << QString();
+    }
+    // What only one of the parsers accepts comes from the generated documents below.
+    QTest::newRow("100000 levels in an action") << wrapActions(
+        action("x", "\"creative_type\": " + QByteArray(100000, '[') + QByteArray(100000, ']')))
+                                                << -1 << QString();
+    QTest::newRow("a zero and an underflow without exponent")
+        << R"({"actions": [], "a": 0.0, "b": 0.)" + QByteArray(400, '0') + "1}" << -1 << QString();
+    QTest::newRow("non-ASCII") << wrapActions(action(
+        "embedded_banner",
+        R"("creative": {"image": {"url": "https://x/画像.png"}, "\u0074itle": {"text": "Grüße 😀 \u00e9\ud83d\ude00"}}, "layout": {"component_id": "스롯"})"))
+                               << 0 << QString();
+    const QByteArray banner
+        = action("popup_banner", creative + R"(, "layout": {"location": "bottom",
+        "size": {"width": {"length": 90, "unit": "percentage"}}})");
+    QTest::newRow("over 1 MiB") << wrapActions(QByteArray(banner + ',').repeated(6000) + banner)
+                                << 0 << QString();
+
+    DocumentGenerator generator; // fixed seed: a failing row can be replayed by its number
+    for (int i = 0; i < 4000; ++i)
+        QTest::addRow("generated %d", i) << generator.document() << -1 << QString();
+}
+
+void tst_ResponseDecoding::sameAsQtPath()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(int, warnings);
+    QFETCH(QString, lastWarning);
+    const QStringList decoded = decodeAndDump(decodeAPIResponse, body);
+    QCOMPARE(decoded, decodeAndDump(detail::decodeWithQJsonDocument, body));
+    if (warnings >= 0) {
+        const QStringList lines = decoded.filter(prefix);
+        QCOMPARE(lines.size(), warnings);
+        if (warnings > 0)
+            QCOMPARE(lines.last(), prefix + lastWarning);
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_ResponseDecoding)
