@@ -461,7 +461,9 @@ DecodedGif decodeGifFrames(QByteArrayView data, const GifInfo &info, qint64 pixe
     out.frames.reserve(info.frameCount);
     out.delays.reserve(info.frameCount);
     GifAnimationDecoder decoder(gif.get(), info.size, pixelBudget);
-    while (out.frames.size() < info.frameCount && decoder.readFrame(out)) { }
+    // Each frame adds at most 256 colours to the canvas, whose colours are numbered in 16 bits.
+    const int frames = std::min(info.frameCount, 255);
+    while (out.frames.size() < frames && decoder.readFrame(out)) { }
     return out;
 }
 

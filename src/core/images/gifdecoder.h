@@ -33,9 +33,9 @@ struct DecodedGif
     QList<double> delays;
 };
 
-/// Decodes up to `info.frameCount` frames of the GIF that `info` was probed from, each of
-/// `info.size`; the caller has judged that many frames of that size acceptable. Decoding stops
-/// at the first frame that is cut short or corrupt, or whose image would take the pixels the
+/// Decodes up to `info.frameCount` frames (255 at most) of the GIF that `info` was probed from,
+/// each of `info.size`; the caller has judged that many frames of that size acceptable. Decoding
+/// stops at the first frame that is cut short or corrupt, or whose image would take the pixels the
 /// images declare past `pixelBudget`; the frames before it are returned. Running out of memory
 /// throws std::bad_alloc, as the lists do.
 DecodedGif decodeGifFrames(QByteArrayView data, const GifInfo &info, qint64 pixelBudget);
