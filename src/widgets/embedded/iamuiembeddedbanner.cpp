@@ -1,5 +1,6 @@
 #include "embedded/iamuiembeddedbanner.h"
 
+#include "card/cardtext.h"
 #include "embedded/iamshimmeruiview.h"
 #include "images/imageloader.h"
 #include "presentation/colors.h"
@@ -26,11 +27,6 @@ QPointer<EmbeddedBannerStore> &defaultStoreSlot()
     return store;
 }
 
-bool nonEmpty(const std::optional<TextContent> &text)
-{
-    return text && !text->text.isEmpty();
-}
-
 void styleLabel(PaddedLabel *label, const QFont &base, const std::optional<TextContent> &text,
                 bool title)
 {
@@ -48,7 +44,7 @@ void styleLabel(PaddedLabel *label, const QFont &base, const std::optional<TextC
     label->setBackgroundColor(background.value_or(QColor()));
     label->setTextInsets(QMargins(padding, padding, padding, padding));
     label->setText(text ? text->text : QString());
-    label->setVisible(nonEmpty(text));
+    label->setVisible(hasText(text));
 }
 
 } // namespace
@@ -178,11 +174,11 @@ void IAMUIEmbeddedBanner::updateContent()
     }
 
     const SingleMessageCreative &creative = banner->content.creative;
-    const bool hasText = nonEmpty(creative.title) || nonEmpty(creative.body);
+    const bool withText = velmora::hasText(creative.title) || velmora::hasText(creative.body);
     const QString url = creative.image.url;
     if (url.isEmpty()) {
         cancelImageLoad();
-        if (!hasText) {
+        if (!withText) {
             hideContent(false);
             return;
         }
@@ -195,7 +191,7 @@ void IAMUIEmbeddedBanner::updateContent()
         if (m_inFlightImageUrl)
             cancelImageLoad();
         const bool loaded = m_imageLoadResult->image.has_value();
-        if (!loaded && !hasText) {
+        if (!loaded && !withText) {
             hideContent(false);
             return;
         }
@@ -259,9 +255,9 @@ void IAMUIEmbeddedBanner::revealContent(const EmbeddedBannerComponentData &banne
         : QSize();
     m_image->setVisible(imageVisible);
     setCursor(Qt::PointingHandCursor);
-    setAccessibleName(nonEmpty(creative.title)      ? creative.title->text
-                          : nonEmpty(creative.body) ? creative.body->text
-                                                    : tr("Banner"));
+    setAccessibleName(hasText(creative.title)      ? creative.title->text
+                          : hasText(creative.body) ? creative.body->text
+                                                   : tr("Banner"));
     setState(State::Revealed);
 }
 

@@ -2,6 +2,7 @@
 
 #include "card/cardbutton.h"
 #include "card/cardshadow.h"
+#include "card/cardtext.h"
 #include "layout/modallayout.h"
 #include "layout/style.h"
 #include "presentation/colors.h"
@@ -31,23 +32,6 @@ using namespace Qt::StringLiterals;
 namespace velmora {
 
 namespace style = layout::modalstyle;
-
-namespace {
-
-bool nonEmpty(const std::optional<TextContent> &text)
-{
-    return text && !text->text.isEmpty();
-}
-
-QFont pixelFont(const QFont &base, int pixelSize, QFont::Weight weight)
-{
-    QFont font(base);
-    font.setPixelSize(pixelSize);
-    font.setWeight(weight);
-    return font;
-}
-
-} // namespace
 
 // The card with its shadow. It fades as one widget with everything on it, while the dim is
 // painted by the window underneath: the fade takes this widget's one graphics effect, so the
@@ -180,12 +164,12 @@ void IAMPopupModalViewController::buildContent()
     if (m_button)
         setTabOrder(m_image, m_button);
 
-    const QString name = nonEmpty(creative.title) ? creative.title->text
-        : nonEmpty(creative.body)                 ? creative.body->text
-                                                  : tr("Message");
+    const QString name = hasText(creative.title) ? creative.title->text
+        : hasText(creative.body)                 ? creative.body->text
+                                                 : tr("Message");
     setWindowTitle(name);
     setAccessibleName(name);
-    setAccessibleDescription(nonEmpty(creative.body) ? creative.body->text : QString());
+    setAccessibleDescription(hasText(creative.body) ? creative.body->text : QString());
 }
 
 void IAMPopupModalViewController::styleLabel(PaddedLabel *label,
@@ -207,7 +191,7 @@ void IAMPopupModalViewController::styleLabel(PaddedLabel *label,
         label->setTextInsets(QMargins(padding, padding, padding, padding));
     }
     label->setText(text ? text->text : QString());
-    label->setVisible(nonEmpty(text));
+    label->setVisible(hasText(text));
 }
 
 void IAMPopupModalViewController::showOver(QWidget *hostWindow)

@@ -2,6 +2,7 @@
 
 #include "card/cardbutton.h"
 #include "card/cardshadow.h"
+#include "card/cardtext.h"
 #include "layout/bannerlayout.h"
 #include "layout/screensnapshot.h"
 #include "layout/style.h"
@@ -33,19 +34,6 @@ namespace velmora {
 namespace style = layout::bannerstyle;
 
 namespace {
-
-bool nonEmpty(const std::optional<TextContent> &text)
-{
-    return text && !text->text.isEmpty();
-}
-
-QFont pixelFont(const QFont &base, int pixelSize, QFont::Weight weight)
-{
-    QFont font(base);
-    font.setPixelSize(pixelSize);
-    font.setWeight(weight);
-    return font;
-}
 
 // The y of a host's anchor in the target, read at layout time; absent when the anchor is not
 // set, has gone, or is not inside the target's window.
@@ -83,7 +71,7 @@ InAppMessage IAMPopupBannerViewController::message() const
 bool IAMPopupBannerViewController::hasTextContent() const
 {
     const SingleMessageCreative &creative = m_content.creative;
-    return nonEmpty(creative.title) || nonEmpty(creative.body)
+    return hasText(creative.title) || hasText(creative.body)
         || (creative.button && !creative.button->text.isEmpty());
 }
 
@@ -136,11 +124,11 @@ void IAMPopupBannerViewController::buildContent()
     connect(m_closeButton, &IAMCloseButton::clicked, this,
             &IAMPopupBannerViewController::dismissBanner);
 
-    const QString name = nonEmpty(creative.title) ? creative.title->text
-        : nonEmpty(creative.body)                 ? creative.body->text
-                                                  : tr("Message");
+    const QString name = hasText(creative.title) ? creative.title->text
+        : hasText(creative.body)                 ? creative.body->text
+                                                 : tr("Message");
     setAccessibleName(name);
-    setAccessibleDescription(nonEmpty(creative.body) ? creative.body->text : QString());
+    setAccessibleDescription(hasText(creative.body) ? creative.body->text : QString());
 }
 
 void IAMPopupBannerViewController::styleLabel(PaddedLabel *label,
@@ -163,7 +151,7 @@ void IAMPopupBannerViewController::styleLabel(PaddedLabel *label,
         label->setTextInsets(QMargins(padding, padding, padding, padding));
     }
     label->setText(text ? text->text : QString());
-    label->setVisible(nonEmpty(text));
+    label->setVisible(hasText(text));
 }
 
 void IAMPopupBannerViewController::attach(QWidget *target, const VerticalAnchor &topAnchor,
@@ -277,7 +265,7 @@ qreal IAMPopupBannerViewController::contentHeight(qreal cardWidth) const
     }
     if (m_button)
         stack += (hasStackItem ? style::spacingBeforeButton : 0) + style::buttonHeight;
-    const bool buttonOnly = m_button && !nonEmpty(creative.title) && !nonEmpty(creative.body);
+    const bool buttonOnly = m_button && !hasText(creative.title) && !hasText(creative.body);
     return imageHeight + (buttonOnly ? style::textTopButtonOnly : style::textTop) + stack
         + style::textBottom;
 }
@@ -290,7 +278,7 @@ void IAMPopupBannerViewController::layoutContent(const QSize &cardSize)
     m_image->setGeometry(0, 0, width, imageHeight);
     m_image->setVisible(!m_imageCollapsed);
 
-    const bool buttonOnly = m_button && !nonEmpty(creative.title) && !nonEmpty(creative.body);
+    const bool buttonOnly = m_button && !hasText(creative.title) && !hasText(creative.body);
     qreal y = imageHeight + (buttonOnly ? style::textTopButtonOnly : style::textTop);
     const int x = int(style::textSides);
     const int textWidth = std::max(0, width - 2 * x);
