@@ -1,7 +1,7 @@
 #include "modal/iampopupmodalviewcontroller.h"
 
 #include "card/cardbutton.h"
-#include "card/cardshadow.h"
+#include "painting/cardshadow.h"
 #include "card/cardtext.h"
 #include "layout/modallayout.h"
 #include "layout/style.h"

@@ -1,7 +1,7 @@
 #include "popupbanner/iampopupbannerviewcontroller.h"
 
 #include "card/cardbutton.h"
-#include "card/cardshadow.h"
+#include "painting/cardshadow.h"
 #include "card/cardtext.h"
 #include "layout/bannerlayout.h"
 #include "layout/screensnapshot.h"

@@ -1,7 +1,7 @@
 #include "utilities/iamclosebutton.h"
 
 #include "presentation/colors.h"
-#include "utilities/closeglyph.h"
+#include "painting/closeglyph.h"
 
 #include <QAccessible>
 #include <QAccessibleWidget>

@@ -1,4 +1,4 @@
-#include "utilities/closeglyph.h"
+#include "painting/closeglyph.h"
 
 #include <QPainter>
 #include <QPainterPath>

@@ -1,4 +1,4 @@
-#include "card/cardshadow.h"
+#include "painting/cardshadow.h"
 
 #include <QPainter>
 #include <QPainterPath>

@@ -1,0 +1,112 @@
+// The QML module as a QML-only host meets it: the facade singleton and the text block.
+#include <VelmoraInAppMessaging/velmorainappmessaging.h>
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+std::unique_ptr<QObject> create(QQmlEngine &engine, const QByteArray &qml)
+{
+    QQmlComponent component(&engine);
+    component.setData(qml, QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"inline.qml"_s)));
+    std::unique_ptr<QObject> object(component.create());
+    if (!object)
+        qWarning().noquote() << component.errorString();
+    return object;
+}
+
+} // namespace
+
+class tst_QuickModule : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void facadeSingletonActsOnTheSharedFacade();
+    void bannerTextPadsOnlyAValidBackground_data();
+    void bannerTextPadsOnlyAValidBackground();
+};
+
+void tst_QuickModule::facadeSingletonActsOnTheSharedFacade()
+{
+    QQmlEngine engine;
+    auto root = create(engine, R"(
+        import QtQml
+        import Velmora.InAppMessaging
+        QtObject {
+            property var idBefore: null
+            Component.onCompleted: {
+                idBefore = VelmoraInAppMessaging.customerId
+                VelmoraInAppMessaging.customerId = "c-42"
+                VelmoraInAppMessaging.strictLogin = true
+            }
+            function signOut() { VelmoraInAppMessaging.customerId = undefined }
+        })");
+    QVERIFY(root);
+    auto &facade = velmora::VelmoraInAppMessaging::shared();
+    QCOMPARE(root->property("idBefore"), QVariant());
+    QCOMPARE(facade.customerId(), u"c-42"_s);
+    QVERIFY(facade.isStrictLogin());
+    QMetaObject::invokeMethod(root.get(), "signOut");
+    QCOMPARE(facade.customerId(), std::nullopt);
+    facade.setStrictLogin(false);
+}
+
+void tst_QuickModule::bannerTextPadsOnlyAValidBackground_data()
+{
+    QTest::addColumn<QString>("background");
+    QTest::addColumn<QString>("textColor");
+    QTest::addColumn<qreal>("padding");
+    QTest::addColumn<QColor>("fill");
+    QTest::addColumn<QColor>("ink");
+
+    QTest::newRow("valid colours")
+        << u"FF0000"_s << u"0000FF"_s << 8.0 << QColor(Qt::red) << QColor(Qt::blue);
+    // The creative's rule, not QML's: a leading "#" is no colour, so no padding.
+    QTest::newRow("hash-prefixed") << u"#FF0000"_s << u"#0000FF"_s << 0.0 << QColor(Qt::transparent)
+                                   << QColor(0x12, 0x34, 0x56);
+    QTest::newRow("empty") << QString() << QString() << 0.0 << QColor(Qt::transparent)
+                           << QColor(0x12, 0x34, 0x56);
+}
+
+void tst_QuickModule::bannerTextPadsOnlyAValidBackground()
+{
+    QFETCH(QString, background);
+    QFETCH(QString, textColor);
+    QFETCH(qreal, padding);
+    QFETCH(QColor, fill);
+    QFETCH(QColor, ink);
+
+    QQmlEngine engine;
+    auto root = create(engine, R"(
+        import QtQuick
+        import Velmora.InAppMessaging
+        IAMBannerText { text: "Spring sale"; fontSize: 14; defaultTextColor: "#123456" })");
+    QVERIFY(root);
+    root->setProperty("backgroundColorHex", background);
+    root->setProperty("textColorHex", textColor);
+    auto *label = root->findChild<QQuickItem *>();
+    QVERIFY(label);
+    QCOMPARE(root->property("padding").toReal(), padding);
+    QCOMPARE(root->property("implicitHeight").toReal(),
+             label->property("implicitHeight").toReal() + 2 * padding);
+    QCOMPARE(root->property("color").value<QColor>(), fill);
+    QCOMPARE(label->property("color").value<QColor>(), ink);
+}
+
+int main(int argc, char **argv)
+{
+    // A QML-only host: no QApplication.
+    QGuiApplication app(argc, argv);
+    tst_QuickModule test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_quick_module.moc"
