@@ -4,7 +4,7 @@
 //
 //     velmora-gallery OUTPUT_DIR
 
-#include "embedded/iamuiembeddedbanner.h"
+#include "embedded/iamuiembeddedbanner_p.h"
 #include "httpserver/httpserver.h"
 #include "images/imageloader.h"
 #include "layout/keyboardsource.h"
@@ -155,7 +155,7 @@ QStringList renderEmbedded(const QString &outDir, const std::function<QString(QS
         header->setFont(font);
         column->addWidget(header);
         const auto slot = [&](const QString &id) {
-            auto *banner = new IAMUIEmbeddedBanner(&store, content);
+            auto *banner = IAMUIEmbeddedBannerPrivate::create(&store, content);
             banner->setComponentId(id);
             banner->setShowsLoadingPlaceholder(true);
             column->addWidget(banner);

@@ -1,4 +1,4 @@
-#include "embedded/iamuiembeddedbanner.h"
+#include "embedded/iamuiembeddedbanner_p.h"
 
 #include "card/cardtext.h"
 #include "embedded/iamshimmeruiview.h"
@@ -50,111 +50,122 @@ void styleLabel(PaddedLabel *label, const QFont &base, const std::optional<TextC
 } // namespace
 
 IAMUIEmbeddedBanner::IAMUIEmbeddedBanner(QWidget *parent)
-    : IAMUIEmbeddedBanner(defaultStore(), parent)
+    : IAMUIEmbeddedBanner(IAMUIEmbeddedBannerPrivate::defaultStore(), parent)
 { }
 
 IAMUIEmbeddedBanner::IAMUIEmbeddedBanner(EmbeddedBannerStore *store, QWidget *parent)
     : QWidget(parent)
-    , m_store(store)
+    , d(std::make_unique<IAMUIEmbeddedBannerPrivate>(this, store))
 {
     QSizePolicy policy(QSizePolicy::Preferred, QSizePolicy::Preferred);
     policy.setHeightForWidth(true);
     setSizePolicy(policy);
+    setVisible(false);
+    d->subscribeStore();
+    d->updateContent();
+}
 
-    m_image = new IAMAnimatedImageView(this);
+IAMUIEmbeddedBanner::~IAMUIEmbeddedBanner() = default;
+
+IAMUIEmbeddedBannerPrivate::IAMUIEmbeddedBannerPrivate(IAMUIEmbeddedBanner *q,
+                                                       EmbeddedBannerStore *store)
+    : q(q)
+    , m_store(store)
+{
+    m_image = new IAMAnimatedImageView(q);
     m_image->setObjectName(u"bannerImage"_s);
     m_image->setContentMode(IAMAnimatedImageView::ContentMode::AspectFill);
     m_image->setAttribute(Qt::WA_TransparentForMouseEvents);
     for (PaddedLabel **label : { &m_title, &m_body }) {
-        *label = new PaddedLabel(this);
+        *label = new PaddedLabel(q);
         (*label)->setAlignment(Qt::AlignCenter);
         (*label)->setWordWrap(true);
         (*label)->setAttribute(Qt::WA_TransparentForMouseEvents);
     }
     m_title->setObjectName(u"bannerTitle"_s);
     m_body->setObjectName(u"bannerBody"_s);
-    m_shimmer = new IAMShimmerUIView(this);
+    m_shimmer = new IAMShimmerUIView(q);
     m_shimmer->setObjectName(u"shimmer"_s);
 
     m_image->hide();
     m_title->hide();
     m_body->hide();
     m_shimmer->hide();
-    setVisible(false);
-
-    subscribeStore();
-    updateContent();
 }
 
-IAMUIEmbeddedBanner::~IAMUIEmbeddedBanner() = default;
+IAMUIEmbeddedBanner *IAMUIEmbeddedBannerPrivate::create(EmbeddedBannerStore *store, QWidget *parent)
+{
+    return new IAMUIEmbeddedBanner(store, parent);
+}
 
-void IAMUIEmbeddedBanner::setDefaultStore(EmbeddedBannerStore *store)
+void IAMUIEmbeddedBannerPrivate::setDefaultStore(EmbeddedBannerStore *store)
 {
     defaultStoreSlot() = store;
 }
 
-EmbeddedBannerStore *IAMUIEmbeddedBanner::defaultStore()
+EmbeddedBannerStore *IAMUIEmbeddedBannerPrivate::defaultStore()
 {
     return defaultStoreSlot().data();
 }
 
-EmbeddedBannerStore *IAMUIEmbeddedBanner::store() const
+QString IAMUIEmbeddedBanner::componentId() const
 {
-    return m_store.data();
+    return d->m_componentId.value_or(QString());
 }
 
 void IAMUIEmbeddedBanner::setComponentId(const QString &componentId)
 {
-    if (m_componentId == componentId)
+    if (d->m_componentId == componentId)
         return;
-    m_componentId = componentId;
+    d->m_componentId = componentId;
     // A load for the previous slot must not show up in this one, even with the same picture.
-    cancelImageLoad();
-    updateContent();
+    d->cancelImageLoad();
+    d->updateContent();
     Q_EMIT componentIdChanged();
+}
+
+bool IAMUIEmbeddedBanner::showsLoadingPlaceholder() const
+{
+    return d->m_showsLoadingPlaceholder;
 }
 
 void IAMUIEmbeddedBanner::setShowsLoadingPlaceholder(bool shows)
 {
-    if (m_showsLoadingPlaceholder == shows)
+    if (d->m_showsLoadingPlaceholder == shows)
         return;
-    m_showsLoadingPlaceholder = shows;
-    updateContent();
+    d->m_showsLoadingPlaceholder = shows;
+    d->updateContent();
     Q_EMIT showsLoadingPlaceholderChanged();
 }
 
-void IAMUIEmbeddedBanner::setImageLoader(ImageLoader *loader)
+IAMUIEmbeddedBanner::State IAMUIEmbeddedBanner::state() const
 {
-    m_loader = loader;
+    return d->m_state;
 }
 
-void IAMUIEmbeddedBanner::subscribeStore()
+void IAMUIEmbeddedBannerPrivate::subscribeStore()
 {
     if (!m_store)
         return;
-    connect(m_store, &EmbeddedBannerStore::embeddedBannersChanged, this,
-            &IAMUIEmbeddedBanner::updateContent);
-    connect(m_store, &EmbeddedBannerStore::isLoadingChanged, this,
-            &IAMUIEmbeddedBanner::updateContent);
-    connect(m_store, &EmbeddedBannerStore::currentScreenNameChanged, this,
-            &IAMUIEmbeddedBanner::updateContent);
-    connect(m_store, &EmbeddedBannerStore::currentOwnerChanged, this,
-            &IAMUIEmbeddedBanner::updateContent);
+    const auto update = [this] { updateContent(); };
+    QObject::connect(m_store, &EmbeddedBannerStore::embeddedBannersChanged, q, update);
+    QObject::connect(m_store, &EmbeddedBannerStore::isLoadingChanged, q, update);
+    QObject::connect(m_store, &EmbeddedBannerStore::currentScreenNameChanged, q, update);
+    QObject::connect(m_store, &EmbeddedBannerStore::currentOwnerChanged, q, update);
 }
 
-bool IAMUIEmbeddedBanner::isInsideOwner() const
+bool IAMUIEmbeddedBannerPrivate::isInsideOwner() const
 {
     const QObject *owner = m_store ? m_store->currentOwner() : nullptr;
     if (!owner)
         return false;
-    for (const QObject *object = this; object; object = object->parent()) {
+    for (const QObject *object = q; object; object = object->parent()) {
         if (object == owner)
             return true;
     }
     return false;
 }
-
-void IAMUIEmbeddedBanner::updateContent()
+void IAMUIEmbeddedBannerPrivate::updateContent()
 {
     // Deliberately strict: a slot outside the current screen's owner never shows a banner,
     // even one stored under its id, since that banner belongs to another screen.
@@ -204,7 +215,7 @@ void IAMUIEmbeddedBanner::updateContent()
         startImageLoad(url, *m_componentId);
 }
 
-void IAMUIEmbeddedBanner::startImageLoad(const QString &url, const QString &componentId)
+void IAMUIEmbeddedBannerPrivate::startImageLoad(const QString &url, const QString &componentId)
 {
     cancelImageLoad();
     m_inFlightImageUrl = url;
@@ -226,60 +237,62 @@ void IAMUIEmbeddedBanner::startImageLoad(const QString &url, const QString &comp
                  });
 }
 
-void IAMUIEmbeddedBanner::cancelImageLoad()
+void IAMUIEmbeddedBannerPrivate::cancelImageLoad()
 {
     m_imageLoadContext.reset();
     m_inFlightImageUrl.reset();
 }
 
-void IAMUIEmbeddedBanner::hideContent(bool showPlaceholder)
+void IAMUIEmbeddedBannerPrivate::hideContent(bool showPlaceholder)
 {
     m_image->hide();
     m_title->hide();
     m_body->hide();
     m_shimmer->setVisible(showPlaceholder);
-    unsetCursor();
-    setState(showPlaceholder ? State::Placeholder : State::Hidden);
+    q->unsetCursor();
+    setState(showPlaceholder ? IAMUIEmbeddedBanner::State::Placeholder
+                             : IAMUIEmbeddedBanner::State::Hidden);
 }
 
-void IAMUIEmbeddedBanner::revealContent(const EmbeddedBannerComponentData &banner,
-                                        bool imageVisible)
+void IAMUIEmbeddedBannerPrivate::revealContent(const EmbeddedBannerComponentData &banner,
+                                               bool imageVisible)
 {
     const SingleMessageCreative &creative = banner.content.creative;
     m_shimmer->hide();
     m_background = hexColor(creative.backgroundColor.value_or(QString())).value_or(Qt::white);
-    styleLabel(m_title, font(), creative.title, true);
-    styleLabel(m_body, font(), creative.body, false);
+    styleLabel(m_title, q->font(), creative.title, true);
+    styleLabel(m_body, q->font(), creative.body, false);
     m_imagePixelSize = imageVisible && m_imageLoadResult && m_imageLoadResult->image
         ? m_imageLoadResult->image->size()
         : QSize();
     m_image->setVisible(imageVisible);
-    setCursor(Qt::PointingHandCursor);
-    setAccessibleName(hasText(creative.title)      ? creative.title->text
-                          : hasText(creative.body) ? creative.body->text
-                                                   : tr("Banner"));
-    setState(State::Revealed);
+    q->setCursor(Qt::PointingHandCursor);
+    q->setAccessibleName(hasText(creative.title)      ? creative.title->text
+                             : hasText(creative.body) ? creative.body->text
+                                                      : IAMUIEmbeddedBanner::tr("Banner"));
+    setState(IAMUIEmbeddedBanner::State::Revealed);
 }
 
-void IAMUIEmbeddedBanner::setState(State state)
+void IAMUIEmbeddedBannerPrivate::setState(IAMUIEmbeddedBanner::State state)
 {
     const bool changed = m_state != state;
     m_state = state;
     // A widget without a parent would become a window of its own; it shows once placed.
-    setVisible(state != State::Hidden && parentWidget());
-    updateGeometry();
+    q->setVisible(state != IAMUIEmbeddedBanner::State::Hidden && q->parentWidget());
+    q->updateGeometry();
     layoutContent();
-    update();
+    q->update();
     if (changed)
-        Q_EMIT stateChanged(state);
+        Q_EMIT q->stateChanged(state);
 }
 
-int IAMUIEmbeddedBanner::imageHeight(int width) const
+int IAMUIEmbeddedBannerPrivate::imageHeight(int width) const
 {
     if (m_imagePixelSize.width() <= 0 || m_imagePixelSize.height() <= 0)
-        return std::min(int(std::round(width * placeholderRatio)), maximumPlaceholderHeight);
+        return std::min(int(std::round(width * IAMUIEmbeddedBanner::placeholderRatio)),
+                        IAMUIEmbeddedBanner::maximumPlaceholderHeight);
     const qreal height = qreal(width) * m_imagePixelSize.height() / m_imagePixelSize.width();
-    return std::min(int(std::round(height)), maximumImageHeight);
+    return std::min(int(std::round(height)), IAMUIEmbeddedBanner::maximumImageHeight);
 }
 
 bool IAMUIEmbeddedBanner::hasHeightForWidth() const
@@ -289,18 +302,24 @@ bool IAMUIEmbeddedBanner::hasHeightForWidth() const
 
 int IAMUIEmbeddedBanner::heightForWidth(int width) const
 {
+    return d->contentHeight(width);
+}
+
+int IAMUIEmbeddedBannerPrivate::contentHeight(int width) const
+{
     switch (m_state) {
-    case State::Hidden:
+    case IAMUIEmbeddedBanner::State::Hidden:
         return 0;
-    case State::Placeholder:
-        return std::min(int(std::round(width * placeholderRatio)), maximumPlaceholderHeight);
-    case State::Revealed:
+    case IAMUIEmbeddedBanner::State::Placeholder:
+        return std::min(int(std::round(width * IAMUIEmbeddedBanner::placeholderRatio)),
+                        IAMUIEmbeddedBanner::maximumPlaceholderHeight);
+    case IAMUIEmbeddedBanner::State::Revealed:
         break;
     }
     int height = 0;
     bool first = true;
     const auto add = [&](int itemHeight) {
-        height += (first ? 0 : stackSpacing) + itemHeight;
+        height += (first ? 0 : IAMUIEmbeddedBanner::stackSpacing) + itemHeight;
         first = false;
     };
     if (!m_image->isHidden())
@@ -323,14 +342,14 @@ QSize IAMUIEmbeddedBanner::minimumSizeHint() const
     return QSize(0, 0);
 }
 
-void IAMUIEmbeddedBanner::layoutContent()
+void IAMUIEmbeddedBannerPrivate::layoutContent()
 {
-    const int width = this->width();
-    m_shimmer->setGeometry(rect());
+    const int width = q->width();
+    m_shimmer->setGeometry(q->rect());
     int y = 0;
     bool first = true;
     const auto place = [&](QWidget *item, int itemHeight) {
-        y += first ? 0 : stackSpacing;
+        y += first ? 0 : IAMUIEmbeddedBanner::stackSpacing;
         item->setGeometry(0, y, width, itemHeight);
         y += itemHeight;
         first = false;
@@ -349,27 +368,27 @@ bool IAMUIEmbeddedBanner::event(QEvent *event)
     // Placed into (or moved out of) the host's widgets: the owner check may now differ, and a
     // widget that gets a parent while it has something to show must show itself again.
     if (event->type() == QEvent::ParentChange)
-        updateContent();
+        d->updateContent();
     return result;
 }
 
 void IAMUIEmbeddedBanner::paintEvent(QPaintEvent *)
 {
-    if (m_state != State::Revealed)
+    if (d->m_state != State::Revealed)
         return;
     QPainter painter(this);
-    painter.fillRect(rect(), m_background);
+    painter.fillRect(rect(), d->m_background);
 }
 
 void IAMUIEmbeddedBanner::resizeEvent(QResizeEvent *event)
 {
     QWidget::resizeEvent(event);
-    layoutContent();
+    d->layoutContent();
 }
 
 void IAMUIEmbeddedBanner::mousePressEvent(QMouseEvent *event)
 {
-    if (m_state == State::Revealed && event->button() == Qt::LeftButton)
+    if (d->m_state == State::Revealed && event->button() == Qt::LeftButton)
         event->accept();
     else
         QWidget::mousePressEvent(event);
@@ -377,10 +396,10 @@ void IAMUIEmbeddedBanner::mousePressEvent(QMouseEvent *event)
 
 void IAMUIEmbeddedBanner::mouseReleaseEvent(QMouseEvent *event)
 {
-    if (m_state == State::Revealed && event->button() == Qt::LeftButton
-        && rect().contains(event->position().toPoint()) && m_store && m_componentId) {
+    if (d->m_state == State::Revealed && event->button() == Qt::LeftButton
+        && rect().contains(event->position().toPoint()) && d->m_store && d->m_componentId) {
         event->accept();
-        m_store->handleClick(*m_componentId);
+        d->m_store->handleClick(*d->m_componentId);
         return;
     }
     QWidget::mouseReleaseEvent(event);

@@ -1,6 +1,6 @@
 #include "frontend/widgetsfrontend.h"
 
-#include "embedded/iamuiembeddedbanner.h"
+#include "embedded/iamuiembeddedbanner_p.h"
 #include "modal/popupmodalpresenter.h"
 #include "popupbanner/popupbannerpresenter.h"
 #include "presentation/popupmodalpresentertype.h"
@@ -57,7 +57,7 @@ std::unique_ptr<PopupBannerPresenterType> makeBannerPresenter()
 
 void useEmbeddedBannerStore(EmbeddedBannerStore *store)
 {
-    IAMUIEmbeddedBanner::setDefaultStore(store);
+    IAMUIEmbeddedBannerPrivate::setDefaultStore(store);
 }
 
 std::unique_ptr<PopupModalPresenterType> makeModalPresenter()

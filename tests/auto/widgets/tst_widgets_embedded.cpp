@@ -1,5 +1,5 @@
 #include "embedded/iamshimmeruiview.h"
-#include "embedded/iamuiembeddedbanner.h"
+#include "embedded/iamuiembeddedbanner_p.h"
 #include "httpserver/httpserver.h"
 #include "images/imageloader.h"
 #include "network/apirequest.h"
@@ -58,6 +58,7 @@ private:
                                    const QString &scenario = u"s1"_s) const;
     qsizetype requestsFor(const QString &path) const;
     int count(const QString &event) const { return int(m_events.count(event)); }
+    IAMUIEmbeddedBannerPrivate *parts() const { return IAMUIEmbeddedBannerPrivate::get(m_banner); }
 
     HttpServer m_server;
     std::unique_ptr<ImageLoader> m_loader;
@@ -98,8 +99,8 @@ void tst_EmbeddedBanner::init()
     m_layout->setContentsMargins(0, 0, 0, 0);
     m_layout->setSpacing(10);
     m_layout->addWidget(new QLabel(u"above"_s, m_host.get()));
-    m_banner = new IAMUIEmbeddedBanner(m_store.get(), m_host.get());
-    m_banner->setImageLoader(m_loader.get());
+    m_banner = IAMUIEmbeddedBannerPrivate::create(m_store.get(), m_host.get());
+    parts()->setImageLoader(m_loader.get());
     m_banner->setComponentId(u"hero"_s);
     m_layout->addWidget(m_banner);
     auto *below = new QLabel(u"below"_s, m_host.get());
@@ -170,7 +171,7 @@ void tst_EmbeddedBanner::ownerCheck()
 
     QCOMPARE(m_banner->state(), expected);
     QCOMPARE(m_banner->isVisible(), expected != State::Hidden);
-    QCOMPARE(m_banner->shimmerView()->isVisible(), expected == State::Placeholder);
+    QCOMPARE(parts()->shimmerView()->isVisible(), expected == State::Placeholder);
     QCOMPARE(count(u"open:s1"_s), expected == State::Revealed ? 1 : 0);
 }
 
@@ -203,17 +204,17 @@ void tst_EmbeddedBanner::revealRules()
     QTRY_COMPARE(m_banner->state(), expected);
 
     QCOMPARE(m_banner->isVisible(), expected != State::Hidden);
-    QCOMPARE(m_banner->imageView()->isVisible(), imageVisible);
-    QCOMPARE(m_banner->titleLabel()->isVisible(), withText && expected == State::Revealed);
-    QCOMPARE(m_banner->shimmerView()->isVisible(), false);
+    QCOMPARE(parts()->imageView()->isVisible(), imageVisible);
+    QCOMPARE(parts()->titleLabel()->isVisible(), withText && expected == State::Revealed);
+    QCOMPARE(parts()->shimmerView()->isVisible(), false);
     // The open of a failed picture is still reported once its text shows.
     QCOMPARE(count(u"open:s1"_s), expected == State::Revealed ? 1 : 0);
     if (imageVisible) {
         // 200 x 100 at the banner's width, the title and body below it, 8 apart.
         const int width = m_banner->width();
-        QCOMPARE(m_banner->imageView()->geometry(), QRect(0, 0, width, width / 2));
+        QCOMPARE(parts()->imageView()->geometry(), QRect(0, 0, width, width / 2));
         if (withText)
-            QCOMPARE(m_banner->titleLabel()->y(), width / 2 + 8);
+            QCOMPARE(parts()->titleLabel()->y(), width / 2 + 8);
     }
 }
 
@@ -236,7 +237,7 @@ void tst_EmbeddedBanner::sameBannerAgainIsNotReloaded()
     QTRY_COMPARE(m_banner->state(), State::Revealed);
     QCOMPARE(count(u"open:s2"_s), 1);
     // A tall picture is cropped rather than making the slot taller than the cap.
-    QCOMPARE(m_banner->imageView()->height(), IAMUIEmbeddedBanner::maximumImageHeight);
+    QCOMPARE(parts()->imageView()->height(), IAMUIEmbeddedBanner::maximumImageHeight);
 }
 
 void tst_EmbeddedBanner::componentIdChangeDiscardsLoad()
@@ -276,7 +277,7 @@ void tst_EmbeddedBanner::placeholder()
     m_banner->setShowsLoadingPlaceholder(enabled);
     m_store->setLoading(loading);
     QCOMPARE(m_banner->state(), expected);
-    IAMShimmerUIView *shimmer = m_banner->shimmerView();
+    IAMShimmerUIView *shimmer = parts()->shimmerView();
     QCOMPARE(shimmer->isVisible(), expected == State::Placeholder);
     QCOMPARE(shimmer->isAnimating(), expected == State::Placeholder);
     if (expected != State::Placeholder)
@@ -314,9 +315,9 @@ void tst_EmbeddedBanner::heightReflowsAndTapClicks()
     QCOMPARE(m_banner->height(), m_banner->heightForWidth(m_host->width()));
     // Title and body with 8 between them; the title's background adds its padding.
     QCOMPARE(m_banner->height(),
-             m_banner->titleLabel()->height() + 8 + m_banner->bodyLabel()->height());
-    QCOMPARE(m_banner->titleLabel()->textInsets(), QMargins(8, 8, 8, 8));
-    QCOMPARE(m_banner->bodyLabel()->textInsets(), QMargins());
+             parts()->titleLabel()->height() + 8 + parts()->bodyLabel()->height());
+    QCOMPARE(parts()->titleLabel()->textInsets(), QMargins(8, 8, 8, 8));
+    QCOMPARE(parts()->bodyLabel()->textInsets(), QMargins());
 
     QTest::mouseClick(m_banner, Qt::LeftButton, {}, m_banner->rect().center());
     QCOMPARE(count(u"click:s1"_s), 1);
