@@ -17,6 +17,8 @@ struct Command
     QString name;
     QString usage;
     std::function<int(const QStringList &args)> run;
+    /// Runs in a QApplication on the offscreen platform instead of a headless core application.
+    bool widgets = false;
 };
 
 /// Called from a static initialiser in each subcommand's file.

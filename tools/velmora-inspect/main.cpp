@@ -1,9 +1,14 @@
 #include "command.h"
 
 #include <QCoreApplication>
+#if VELMORA_WITH_WIDGETS
+#include <QApplication>
+#endif
 #include <QFile>
 
+#include <algorithm>
 #include <cstdio>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -67,18 +72,26 @@ void printErr(const QString &line)
 int main(int argc, char *argv[])
 {
     using namespace velmora::inspect;
-    // Headless on purpose: decoding, images and the network need no window system.
-    QCoreApplication app(argc, argv);
+    const QString name = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
+    const auto command = std::find_if(commands().begin(), commands().end(),
+                                      [&](const Command &c) { return c.name == name; });
+    // Headless on purpose: decoding, images and the network need no window system. Commands
+    // that draw widgets get an application on the offscreen platform, display or not.
+    std::unique_ptr<QCoreApplication> app;
+#if VELMORA_WITH_WIDGETS
+    if (command != commands().end() && command->widgets) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QApplication>(argc, argv);
+    }
+#endif
+    if (!app)
+        app = std::make_unique<QCoreApplication>(argc, argv);
     QCoreApplication::setApplicationName(u"velmora-inspect"_s);
 
-    QStringList args = QCoreApplication::arguments().mid(1);
-    const QString name = args.isEmpty() ? QString() : args.takeFirst();
-    for (const Command &command : commands()) {
-        if (command.name == name)
-            return command.run(args);
-    }
+    if (command != commands().end())
+        return command->run(QCoreApplication::arguments().mid(2));
     printErr(u"usage: velmora-inspect <command> [arguments]"_s);
-    for (const Command &command : commands())
-        printErr(u"  velmora-inspect "_s + command.usage);
+    for (const Command &entry : commands())
+        printErr(u"  velmora-inspect "_s + entry.usage);
     return name.isEmpty() || name == u"--help" ? (name.isEmpty() ? Usage : Success) : Usage;
 }
