@@ -91,14 +91,19 @@ int main(int argc, char *argv[])
     for (const QString &scheme : { u"https"_s, u"http"_s })
         QDesktopServices::setUrlHandler(scheme, &links, "openUrl");
 
+    int status = 0;
     if (parser.isSet(u"tour"_s)) {
         shopdemo::Tour tour(&window, parser.value(u"tour"_s));
-        return tour.run();
+        status = tour.run();
+    } else {
+        window.resize(400, 760);
+        window.show();
+        window.start();
+        status = QApplication::exec();
     }
-    window.resize(400, 760);
-    window.show();
-    window.start();
-    return QApplication::exec();
+    for (const QString &scheme : { u"https"_s, u"http"_s })
+        QDesktopServices::unsetUrlHandler(scheme);
+    return status;
 }
 
 #include "main.moc"

@@ -191,7 +191,7 @@ void Tour::save(const QString &name)
         }
     }
     const QString path = QDir(m_outputDir).absoluteFilePath(name + u".png"_s);
-    if (!image.save(path)) {
+    if (!image.save(path, "PNG", 0)) {
         std::fprintf(stderr, "tour: cannot write %s\n", qPrintable(path));
         ++m_failures;
         return;
