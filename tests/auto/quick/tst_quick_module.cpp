@@ -1,11 +1,13 @@
 // The QML module as a QML-only host meets it: the facade singleton and the text block.
 #include <VelmoraInAppMessaging/velmorainappmessaging.h>
 
+#include <QAccessible>
 #include <QDir>
 #include <QGuiApplication>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
+#include <QQuickWindow>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -32,6 +34,8 @@ private Q_SLOTS:
     void facadeSingletonActsOnTheSharedFacade();
     void bannerTextPadsOnlyAValidBackground_data();
     void bannerTextPadsOnlyAValidBackground();
+    void closeButtonClicksByPointerAndKey_data();
+    void closeButtonClicksByPointerAndKey();
 };
 
 void tst_QuickModule::facadeSingletonActsOnTheSharedFacade()
@@ -99,6 +103,51 @@ void tst_QuickModule::bannerTextPadsOnlyAValidBackground()
              label->property("implicitHeight").toReal() + 2 * padding);
     QCOMPARE(root->property("color").value<QColor>(), fill);
     QCOMPARE(label->property("color").value<QColor>(), ink);
+}
+
+void tst_QuickModule::closeButtonClicksByPointerAndKey_data()
+{
+    QTest::addColumn<int>("key"); // 0: a tap in the middle
+    QTest::addColumn<int>("clicks");
+
+    QTest::newRow("tap") << 0 << 1;
+    QTest::newRow("space") << int(Qt::Key_Space) << 1;
+    QTest::newRow("return") << int(Qt::Key_Return) << 1;
+    QTest::newRow("other key") << int(Qt::Key_A) << 0;
+}
+
+void tst_QuickModule::closeButtonClicksByPointerAndKey()
+{
+    QFETCH(int, key);
+    QFETCH(int, clicks);
+
+    QQmlEngine engine;
+    auto root = create(engine, R"(
+        import QtQuick
+        import Velmora.InAppMessaging
+        Window {
+            width: 100; height: 100; visible: true
+            property int clicks: 0
+            property alias button: button
+            IAMCloseButton { id: button; focus: true; onClicked: clicks++ }
+        })");
+    QVERIFY(root);
+    auto *window = qobject_cast<QQuickWindow *>(root.get());
+    QVERIFY(QTest::qWaitForWindowExposed(window));
+    auto *button = root->property("button").value<QQuickItem *>();
+    QCOMPARE(button->size(), QSizeF(44, 44));
+    QAccessibleInterface *accessible = QAccessible::queryAccessibleInterface(button);
+    QVERIFY(accessible);
+    QCOMPARE(accessible->role(), QAccessible::Button);
+    QCOMPARE(accessible->text(QAccessible::Name), u"Close"_s);
+    if (key == 0) {
+        QTest::mouseClick(window, Qt::LeftButton, {}, QPoint(22, 22));
+    } else {
+        window->requestActivate();
+        QTRY_VERIFY(button->hasActiveFocus());
+        QTest::keyClick(window, Qt::Key(key));
+    }
+    QCOMPARE(root->property("clicks").toInt(), clicks);
 }
 
 int main(int argc, char **argv)
