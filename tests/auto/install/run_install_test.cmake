@@ -18,3 +18,11 @@ run(${CONSUMER_BUILD}/consumer)
 if(NOT last_output MATCHES "consumer ok")
     message(FATAL_ERROR "unexpected consumer output: ${last_output}")
 endif()
+
+if(QML_RUNNER)
+    run(${CMAKE_COMMAND} -E env QML_IMPORT_PATH=${PREFIX}/lib/qml
+        ${QML_RUNNER} -input ${QML_TEST})
+    if(NOT last_output MATCHES "Totals: [1-9][0-9]* passed, 0 failed")
+        message(FATAL_ERROR "unexpected QML test output: ${last_output}")
+    endif()
+endif()
