@@ -1,0 +1,314 @@
+// IAMAnimatedImage as a QML host uses it: images from a loopback HTTPS server, time from an
+// animation driver the test advances by hand, pixels from the software renderer.
+#include "gifwriter/gifwriter.h"
+#include "httpserver/httpserver.h"
+
+#include <VelmoraInAppMessaging/velmorainappmessaging.h>
+
+#include <QAnimationDriver>
+#include <QBuffer>
+#include <QDir>
+#include <QGuiApplication>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using velmora::loopback::Certificate;
+using velmora::loopback::HttpServer;
+using velmora::loopback::Response;
+
+namespace {
+
+// Animation time moves only when the test says so.
+class ManualDriver : public QAnimationDriver
+{
+public:
+    qint64 elapsed() const override { return m_elapsed; }
+    void start() override
+    {
+        m_elapsed = 0;
+        QAnimationDriver::start();
+    }
+    void advanceTo(qint64 ms)
+    {
+        m_elapsed = ms;
+        advance();
+    }
+    void step(qint64 ms) { advanceTo(m_elapsed + ms); }
+
+private:
+    qint64 m_elapsed = 0;
+};
+
+QImage solid(QSize size, QColor colour)
+{
+    QImage image(size, QImage::Format_ARGB32);
+    image.fill(colour);
+    return image;
+}
+
+QByteArray png(const QImage &image)
+{
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "PNG");
+    return bytes;
+}
+
+// Three bands, so a crop and a letterbox show up as different colours at the item's edges.
+QImage bands()
+{
+    QImage image(40, 20, QImage::Format_ARGB32);
+    image.fill(Qt::green);
+    for (int y = 0; y < 20; ++y) {
+        for (int x = 0; x < 10; ++x) {
+            image.setPixelColor(x, y, Qt::red);
+            image.setPixelColor(39 - x, y, Qt::blue);
+        }
+    }
+    return image;
+}
+
+const QList<QColor> frameColours { Qt::red, Qt::green, Qt::blue };
+
+} // namespace
+
+class tst_QuickImage : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void framesFollowTheClock_data();
+    void framesFollowTheClock();
+    void playsOnlyInAVisibleWindow_data();
+    void playsOnlyInAVisibleWindow();
+    void stillReplacesAnimation();
+    void failedLoadKeepsTheImage_data();
+    void failedLoadKeepsTheImage();
+    void fitAndFill_data();
+    void fitAndFill();
+
+private:
+    QQuickItem *load(const QString &path, const QByteArray &fillMode = "Fit");
+    QColor pixel(QPoint at);
+    void expectFrame(int frame);
+
+    HttpServer m_server;
+    QQmlEngine m_engine;
+    ManualDriver m_driver;
+    std::unique_ptr<QQuickWindow> m_window;
+    std::unique_ptr<QQuickItem> m_item;
+};
+
+void tst_QuickImage::initTestCase()
+{
+    // A QML host uses the library; without a call into it the linker may drop it, module and all.
+    velmora::VelmoraInAppMessaging::shared();
+    QStandardPaths::setTestModeEnabled(true);
+    QVERIFY(Certificate::shared());
+    QSslConfiguration::setDefaultConfiguration(Certificate::shared()->clientConfiguration());
+    QVERIFY(m_server.listen(HttpServer::Mode::Https));
+    QList<velmora::test::GifFrame> frames;
+    const QList<int> delays { 10, 50, 10 };
+    for (int i = 0; i < 3; ++i)
+        frames.append({ solid({ 8, 8 }, frameColours[i]), delays[i] });
+    m_server.setResponse(u"/anim.gif"_s,
+                         Response::withStatus(200, velmora::test::encodeGif(frames, { 8, 8 })));
+    m_server.setResponse(u"/still.png"_s,
+                         Response::withStatus(200, png(solid({ 8, 8 }, Qt::cyan))));
+    m_server.setResponse(u"/bands.png"_s, Response::withStatus(200, png(bands())));
+    m_server.setResponse(u"/broken.png"_s, Response::withStatus(200, "not an image"));
+    m_driver.install();
+}
+
+void tst_QuickImage::init()
+{
+    m_window = std::make_unique<QQuickWindow>();
+    m_window->setColor(Qt::white);
+    m_window->resize(100, 100);
+    m_window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+}
+
+void tst_QuickImage::cleanup()
+{
+    m_item.reset();
+    m_window.reset();
+}
+
+QQuickItem *tst_QuickImage::load(const QString &path, const QByteArray &fillMode)
+{
+    QQmlComponent component(&m_engine);
+    component.setData("import QtQuick\nimport Velmora.InAppMessaging\n"
+                      "IAMAnimatedImage { width: 100; height: 100; fillMode: IAMAnimatedImage."
+                          + fillMode + " }",
+                      QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"inline.qml"_s)));
+    m_item.reset(qobject_cast<QQuickItem *>(component.create()));
+    if (!m_item) {
+        qWarning().noquote() << component.errorString();
+        return nullptr;
+    }
+    m_item->setParentItem(m_window->contentItem());
+    m_item->setProperty("source", m_server.url(path).toString());
+    return m_item.get();
+}
+
+QColor tst_QuickImage::pixel(QPoint at)
+{
+    return m_window->grabWindow().pixelColor(at);
+}
+
+void tst_QuickImage::expectFrame(int frame)
+{
+    QCOMPARE(m_item->property("currentFrame").toInt(), frame);
+    QCOMPARE(pixel({ 50, 50 }), frameColours[frame]);
+}
+
+void tst_QuickImage::framesFollowTheClock_data()
+{
+    QTest::addColumn<QList<int>>("times"); // ms since the item entered the window
+    QTest::addColumn<QList<int>>("frames");
+    QTest::addColumn<int>("uploads");
+
+    // Frame 0 is uploaded once when the image arrives; afterwards only changes upload.
+    QTest::newRow("same frame keeps its texture") << QList { 20, 60, 90 } << QList { 0, 0, 0 } << 1;
+    QTest::newRow("each change uploads once")
+        << QList { 300, 400, 650, 750 } << QList { 1, 1, 2, 0 } << 4;
+    QTest::newRow("whole loops skipped upload nothing") << QList { 1420 } << QList { 0 } << 1;
+}
+
+void tst_QuickImage::framesFollowTheClock()
+{
+    QFETCH(QList<int>, times);
+    QFETCH(QList<int>, frames);
+    QFETCH(int, uploads);
+
+    QQuickItem *item = load(u"/anim.gif"_s);
+    QVERIFY(item);
+    QTRY_COMPARE(item->property("status").toInt(), 2);
+    QVERIFY(item->property("playing").toBool());
+    QCOMPARE(item->property("sourceSize").toSize(), QSize(8, 8));
+    expectFrame(0);
+    // The clock starts when the ticker is registered with the animation timer.
+    QCoreApplication::processEvents();
+    const qint64 start = m_driver.elapsed();
+    for (int i = 0; i < times.size(); ++i) {
+        m_driver.advanceTo(start + times[i]);
+        expectFrame(frames[i]);
+    }
+    QCOMPARE(item->property("textureUploads").toInt(), uploads);
+}
+
+void tst_QuickImage::playsOnlyInAVisibleWindow_data()
+{
+    QTest::addColumn<bool>("hide"); // else: leave the window
+
+    QTest::newRow("hidden") << true;
+    QTest::newRow("out of the window") << false;
+}
+
+void tst_QuickImage::playsOnlyInAVisibleWindow()
+{
+    QFETCH(bool, hide);
+
+    QQuickItem *item = load(u"/anim.gif"_s);
+    QVERIFY(item);
+    QTRY_COMPARE(item->property("status").toInt(), 2);
+    QCoreApplication::processEvents();
+    m_driver.step(300);
+    expectFrame(1);
+
+    hide ? item->setVisible(false) : item->setParentItem(nullptr);
+    QVERIFY(!item->property("playing").toBool());
+    m_driver.step(300);
+    hide ? item->setVisible(true) : item->setParentItem(m_window->contentItem());
+    QVERIFY(item->property("playing").toBool());
+    expectFrame(0);
+
+    // The loop starts over from the return, not from where it left.
+    QCoreApplication::processEvents();
+    m_driver.step(90);
+    expectFrame(0);
+    m_driver.step(210);
+    expectFrame(1);
+}
+
+void tst_QuickImage::stillReplacesAnimation()
+{
+    QQuickItem *item = load(u"/anim.gif"_s);
+    QVERIFY(item);
+    QTRY_COMPARE(item->property("status").toInt(), 2);
+    item->setProperty("source", m_server.url(u"/still.png"_s).toString());
+    QTRY_COMPARE(pixel({ 50, 50 }), QColor(Qt::cyan));
+    QVERIFY(!item->property("playing").toBool());
+    QCOMPARE(item->property("currentFrame").toInt(), -1);
+    m_driver.step(300);
+    QCOMPARE(pixel({ 50, 50 }), QColor(Qt::cyan));
+}
+
+void tst_QuickImage::failedLoadKeepsTheImage_data()
+{
+    QTest::addColumn<QString>("url");
+
+    QTest::newRow("not found") << m_server.url(u"/missing.png"_s).toString();
+    QTest::newRow("not decodable") << m_server.url(u"/broken.png"_s).toString();
+    QTest::newRow("plain http") << u"http://127.0.0.1:%1/still.png"_s.arg(m_server.port());
+}
+
+void tst_QuickImage::failedLoadKeepsTheImage()
+{
+    QFETCH(QString, url);
+
+    QQuickItem *item = load(u"/still.png"_s);
+    QVERIFY(item);
+    QTRY_COMPARE(item->property("status").toInt(), 2);
+    item->setProperty("source", url);
+    QCOMPARE(item->property("status").toInt(), 1);
+    QTRY_COMPARE(item->property("status").toInt(), 3);
+    QCOMPARE(item->property("sourceSize").toSize(), QSize(8, 8));
+    QCOMPARE(pixel({ 50, 50 }), QColor(Qt::cyan));
+}
+
+void tst_QuickImage::fitAndFill_data()
+{
+    QTest::addColumn<QByteArray>("fillMode");
+    QTest::addColumn<QColor>("top");
+    QTest::addColumn<QColor>("left");
+
+    // 40x20 bands in 100x100: fit letterboxes above and below, fill crops the outer bands.
+    QTest::newRow("fit") << QByteArray("Fit") << QColor(Qt::white) << QColor(Qt::red);
+    QTest::newRow("fill") << QByteArray("Fill") << QColor(Qt::green) << QColor(Qt::green);
+}
+
+void tst_QuickImage::fitAndFill()
+{
+    QFETCH(QByteArray, fillMode);
+    QFETCH(QColor, top);
+    QFETCH(QColor, left);
+
+    QQuickItem *item = load(u"/bands.png"_s, fillMode);
+    QVERIFY(item);
+    QTRY_COMPARE(item->property("status").toInt(), 2);
+    const QImage shot = m_window->grabWindow();
+    QCOMPARE(shot.pixelColor(50, 5), top);
+    QCOMPARE(shot.pixelColor(2, 50), left);
+    QCOMPARE(shot.pixelColor(50, 50), QColor(Qt::green));
+}
+
+int main(int argc, char **argv)
+{
+    QGuiApplication app(argc, argv);
+    tst_QuickImage test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_quick_image.moc"
