@@ -124,7 +124,9 @@ void fade(QWidget *widget, qreal from, qreal to, bool hidesAtEnd, WidgetFade::Co
 
 void WidgetFade::show(QWidget *widget, Completion completion)
 {
-    fade(widget, 0.0, 1.0, false, std::move(completion));
+    // Not from 0: a fully transparent effect skips painting, so the widget's first paint would
+    // wait for the animation's first tick, a display frame later.
+    fade(widget, faintestOpacity, 1.0, false, std::move(completion));
 }
 
 void WidgetFade::hide(QWidget *widget, Completion completion)

@@ -26,8 +26,10 @@ class WidgetFade
 public:
     using Completion = std::function<void()>;
     static constexpr std::chrono::milliseconds duration { 300 };
+    /// Where show() starts: one step of 8-bit alpha, invisible, yet painted at once.
+    static constexpr qreal faintestOpacity = 1.0 / 255;
 
-    /// Makes the widget visible at opacity 0 and fades it to 1; a widget that ends fully
+    /// Makes the widget visible at faintestOpacity and fades it to 1; a widget that ends fully
     /// opaque loses the effect again, so it paints as if never faded.
     static void show(QWidget *widget, Completion completion = {});
     /// Makes the widget visible at opacity 1 and fades it to 0, then hides it. Interrupted,

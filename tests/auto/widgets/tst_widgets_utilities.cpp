@@ -1,9 +1,9 @@
-#include "painting/cardshadow.h"
 #include "gifwriter/gifwriter.h"
 #include "httpserver/httpserver.h"
 #include "images/imageloader.h"
-#include "presentation/colors.h"
+#include "painting/cardshadow.h"
 #include "painting/closeglyph.h"
+#include "presentation/colors.h"
 #include "utilities/iamanimatedimageview.h"
 #include "utilities/iamclosebutton.h"
 #include "utilities/labeltextlayout.h"
@@ -283,7 +283,8 @@ void tst_WidgetsUtilities::fade_data()
 
     QTest::newRow("hide") << true << QString() << false << 0.0 << true;
     QTest::newRow("hide stopped") << true << u"stop"_s << true << 0.0 << true;
-    QTest::newRow("hide, then show") << true << u"show"_s << true << 0.0 << true;
+    QTest::newRow("hide, then show")
+        << true << u"show"_s << true << WidgetFade::faintestOpacity << true;
     QTest::newRow("show") << false << QString() << true << 1.0 << false;
     QTest::newRow("hide, widget has a shadow") << true << u"shadow"_s << false << 1.0 << true;
 }
@@ -311,7 +312,7 @@ void tst_WidgetsUtilities::fade()
     if (interruption != u"shadow") {
         QVERIFY(WidgetFade::isFading(card));
         QVERIFY(card->isVisible());
-        QCOMPARE(WidgetFade::opacity(card), hiding ? 1.0 : 0.0);
+        QCOMPARE(WidgetFade::opacity(card), hiding ? 1.0 : WidgetFade::faintestOpacity);
         m_animations->advanceBy(150);
         QVERIFY(WidgetFade::opacity(card) > 0.2 && WidgetFade::opacity(card) < 0.8);
     }
