@@ -1,10 +1,10 @@
 #include "modal/iampopupmodalviewcontroller.h"
 
 #include "card/cardbutton.h"
-#include "painting/cardshadow.h"
 #include "card/cardtext.h"
 #include "layout/modallayout.h"
 #include "layout/style.h"
+#include "painting/cardshadow.h"
 #include "presentation/colors.h"
 #include "presentation/linkopening.h"
 #include "utilities/iamanimatedimageview.h"
@@ -103,6 +103,7 @@ void IAMPopupModalViewController::buildContent()
         m_image->setCursor(Qt::PointingHandCursor);
         m_image->setFocusPolicy(Qt::StrongFocus);
         m_image->setAccessibleName(tr("Open link"));
+        m_image->setAccessibleButton(true);
     } else {
         m_image->setFocusPolicy(Qt::NoFocus);
     }

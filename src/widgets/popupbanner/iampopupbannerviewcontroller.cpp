@@ -1,11 +1,11 @@
 #include "popupbanner/iampopupbannerviewcontroller.h"
 
 #include "card/cardbutton.h"
-#include "painting/cardshadow.h"
 #include "card/cardtext.h"
 #include "layout/bannerlayout.h"
 #include "layout/screensnapshot.h"
 #include "layout/style.h"
+#include "painting/cardshadow.h"
 #include "presentation/colors.h"
 #include "presentation/linkopening.h"
 #include "utilities/iamanimatedimageview.h"
@@ -91,6 +91,7 @@ void IAMPopupBannerViewController::buildContent()
     if (!creative.image.linkUrl.value_or(QString()).isEmpty()) {
         m_image->setCursor(Qt::PointingHandCursor);
         m_image->setAccessibleName(tr("Open link"));
+        m_image->setAccessibleButton(true);
     }
 
     m_title = new PaddedLabel(m_card);

@@ -2,16 +2,22 @@
 
 #include "images/imageloader.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QPainter>
 #include <QPainterPath>
 #include <QWindow>
 
+#include <array>
 #include <cmath>
 #include <optional>
 
 namespace velmora {
 
 namespace {
+
+// Qt's raster engine splits a transformed fill of more rows than this across its thread pool.
+constexpr int parallelFillRows = 64;
 
 // Seconds from `elapsed` until the frame then on show has run its delay; nothing when the
 // animation has no other frame to move on to. Mirrors the frame selection of the clock.
@@ -63,11 +69,39 @@ QPainterPath roundedShape(const QRectF &rect, qreal radius, IAMAnimatedImageView
     return path;
 }
 
+// A plain QWidget is announced as a pane.
+class ImageViewAccessible : public QAccessibleWidget
+{
+public:
+    explicit ImageViewAccessible(IAMAnimatedImageView *view)
+        : QAccessibleWidget(view, QAccessible::Graphic)
+    { }
+
+    QAccessible::Role role() const override
+    {
+        const auto *view = static_cast<const IAMAnimatedImageView *>(widget());
+        return view->isAccessibleButton() ? QAccessible::Button : QAccessible::Graphic;
+    }
+};
+
+QAccessibleInterface *imageViewAccessibleFactory(const QString &, QObject *object)
+{
+    if (auto *view = qobject_cast<IAMAnimatedImageView *>(object))
+        return new ImageViewAccessible(view);
+    return nullptr;
+}
+
 } // namespace
 
 IAMAnimatedImageView::IAMAnimatedImageView(QWidget *parent)
     : QWidget(parent)
 {
+    static const bool accessibleFactoryInstalled = [] {
+        QAccessible::installFactory(imageViewAccessibleFactory);
+        return true;
+    }();
+    Q_UNUSED(accessibleFactoryInstalled)
+
     // One wake-up per frame, at the moment the frame on show has run its delay: a coarse
     // timer could show a frame up to a twentieth of its delay late.
     m_frameTimer.setTimerType(Qt::PreciseTimer);
@@ -127,6 +161,7 @@ void IAMAnimatedImageView::setContentMode(ContentMode mode)
         return;
     m_contentMode = mode;
     m_rendered = {};
+    m_canvasCurrent = false;
     updateOpacity();
     update();
 }
@@ -211,8 +246,7 @@ void IAMAnimatedImageView::showFrame(qsizetype index)
 {
     const AnimatedImageSource *source = animatedSource();
     m_shownIndex = index;
-    // The frame as decoded: painting samples it straight into the window, whatever its
-    // format, so a frame change neither converts nor allocates.
+    // The frame as decoded; it is expanded and resampled once, when it is first painted.
     setFrame(index >= 0 && index < source->frameCount() ? source->frames().at(index) : QImage());
     Q_EMIT frameChanged(int(index));
 }
@@ -221,6 +255,7 @@ void IAMAnimatedImageView::setFrame(QImage frame)
 {
     m_frame = std::move(frame);
     m_rendered = {};
+    m_canvasCurrent = false;
     updateOpacity();
     update();
 }
@@ -293,6 +328,74 @@ const IAMAnimatedImageView::Rendered &IAMAnimatedImageView::rendered(qreal ratio
     return m_rendered;
 }
 
+const QImage &IAMAnimatedImageView::expandedFrame()
+{
+    if (m_frame.format() != QImage::Format_Indexed8) {
+        if (m_frame.format() != QImage::Format_ARGB32_Premultiplied
+            && m_frame.format() != QImage::Format_RGB32)
+            m_expanded = m_frame.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+        return m_expanded.isNull() ? m_frame : m_expanded;
+    }
+    // By hand rather than with convertToFormat(), which would allocate a new image per frame.
+    const QImage::Format format
+        = m_frame.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32;
+    if (m_expanded.size() != m_frame.size() || m_expanded.format() != format)
+        m_expanded = QImage(m_frame.size(), format);
+    std::array<QRgb, 256> table {};
+    const QList<QRgb> colors = m_frame.colorTable();
+    for (qsizetype i = 0; i < std::min<qsizetype>(colors.size(), 256); ++i)
+        table[size_t(i)] = qPremultiply(colors.at(i));
+    const int width = m_frame.width();
+    for (int y = 0; y < m_frame.height(); ++y) {
+        const uchar *in = m_frame.constScanLine(y);
+        auto *out = reinterpret_cast<QRgb *>(m_expanded.scanLine(y));
+        for (int x = 0; x < width; ++x)
+            out[x] = table[in[x]];
+    }
+    return m_expanded;
+}
+
+// The part of the current animation frame that shows, resampled to the device pixels it
+// covers; made once per frame on show, into the same buffer every time.
+const IAMAnimatedImageView::Rendered &IAMAnimatedImageView::animationCanvas(const Placement &place)
+{
+    const QRect visible = place.target.intersected(QRect(QPoint(), place.deviceSize));
+    if (m_canvasCurrent && m_canvas.deviceSize == place.deviceSize && m_canvas.ratio == place.ratio
+        && m_canvas.offset == visible.topLeft())
+        return m_canvas;
+    m_canvasCurrent = false;
+    if (visible.isEmpty() || m_frame.isNull()) {
+        m_canvas.image = {};
+        return m_canvas;
+    }
+    const QImage &source = expandedFrame();
+    const QImage::Format format = source.format();
+    if (m_canvas.image.size() != visible.size() || m_canvas.image.format() != format)
+        m_canvas.image = QImage(visible.size(), format);
+    {
+        QPainter painter(&m_canvas.image);
+        painter.setCompositionMode(QPainter::CompositionMode_Source);
+        const QRect target = place.target.translated(-visible.topLeft());
+        if (target.size() == source.size()) {
+            painter.drawImage(target.topLeft(), source);
+        } else {
+            painter.setRenderHint(QPainter::SmoothPixmapTransform);
+            // In bands too short for Qt to hand them to its thread pool: at this size waking
+            // the pool's threads costs more CPU than the resampling itself.
+            const int width = m_canvas.image.width();
+            for (int top = 0; top < m_canvas.image.height(); top += parallelFillRows) {
+                painter.setClipRect(QRect(0, top, width, parallelFillRows));
+                painter.drawImage(QRectF(target), source);
+            }
+        }
+    }
+    m_canvas.offset = visible.topLeft();
+    m_canvas.deviceSize = place.deviceSize;
+    m_canvas.ratio = place.ratio;
+    m_canvasCurrent = true;
+    return m_canvas;
+}
+
 void IAMAnimatedImageView::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
@@ -313,15 +416,16 @@ void IAMAnimatedImageView::paintEvent(QPaintEvent *)
     QImage image;
     QRectF target;
     if (animatedSource()) {
-        // Frames change far more often than the view is repainted without one, so each is
-        // sampled straight from its source pixels instead of through a resampled copy.
-        const Placement place = placement(ratio);
-        if (place.target.isEmpty())
+        const Rendered &canvas = animationCanvas(placement(ratio));
+        if (canvas.image.isNull())
             return;
-        image = m_frame;
-        target
-            = QRectF(QPointF(place.target.topLeft()) / ratio, QSizeF(place.target.size()) / ratio);
-        painter.setRenderHint(QPainter::SmoothPixmapTransform, place.target.size() != image.size());
+        image = canvas.image;
+        target = QRectF(QPointF(canvas.offset) / ratio, QSizeF(image.size()) / ratio);
+        if (!rounded) {
+            // Device pixel for device pixel: at a ratio of 1, a plain copy.
+            painter.drawImage(target, image);
+            return;
+        }
     } else {
         const Rendered &rendered = this->rendered(ratio);
         if (rendered.image.isNull())
@@ -367,6 +471,10 @@ void IAMAnimatedImageView::hideEvent(QHideEvent *event)
 {
     QWidget::hideEvent(event);
     stopAnimating();
+    // Shown again, the loop starts over anyway; the buffers need not wait for it.
+    m_expanded = {};
+    m_canvas = {};
+    m_canvasCurrent = false;
 }
 
 } // namespace velmora

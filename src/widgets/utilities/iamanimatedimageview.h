@@ -83,6 +83,11 @@ public:
     qreal cornerRadius() const { return m_cornerRadius; }
     Corners roundedCorners() const { return m_roundedCorners; }
 
+    /// Announces the view to assistive technology as a button, for an image that opens a
+    /// link when tapped; otherwise it is a graphic.
+    void setAccessibleButton(bool button) { m_accessibleButton = button; }
+    bool isAccessibleButton() const { return m_accessibleButton; }
+
     /// Whether the frame timer of an animation is running.
     bool isAnimating() const { return m_frameTimer.isActive(); }
     /// The frame of the animation on show; -1 when no animation frame is shown.
@@ -132,11 +137,18 @@ private:
     void setFrame(QImage frame);
     Placement placement(qreal ratio) const;
     const Rendered &rendered(qreal ratio);
+    const Rendered &animationCanvas(const Placement &place);
+    const QImage &expandedFrame();
     void updateOpacity();
 
     std::optional<LoadedImage> m_image;
     QImage m_frame;
     Rendered m_rendered;
+    // Buffers an animation reuses from frame to frame, so that a frame change allocates
+    // nothing: the frame at 32 bits, and the part of it that shows resampled to device pixels.
+    QImage m_expanded;
+    Rendered m_canvas;
+    bool m_canvasCurrent = false;
     qsizetype m_shownIndex = -1;
     AnimationClock m_clock;
     QTimer m_frameTimer;
@@ -146,6 +158,7 @@ private:
     QColor m_placeholderColor;
     qreal m_cornerRadius = 0;
     Corners m_roundedCorners = AllCorners;
+    bool m_accessibleButton = false;
 };
 
 Q_DECLARE_OPERATORS_FOR_FLAGS(IAMAnimatedImageView::Corners)

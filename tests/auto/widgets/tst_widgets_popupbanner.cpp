@@ -9,6 +9,7 @@
 
 #include <VelmoraInAppMessaging/underlyingerror.h>
 
+#include <QAccessible>
 #include <QBuffer>
 #include <QSignalSpy>
 #include <QTest>
@@ -66,6 +67,8 @@ private Q_SLOTS:
     void imageFailure();
     void dismissAllIsSilent();
     void cardPixels();
+    void accessibility_data();
+    void accessibility();
 
 private:
     PopupBannerAction action(DisplayPosition position, const QString &imagePath = u"/wide.png"_s,
@@ -365,6 +368,61 @@ void tst_PopupBanner::cardPixels()
         QVERIFY2(shadow.lightness() < window.lightness() && shadow.lightness() > 150,
                  qPrintable(shadow.name()));
     }
+}
+
+void tst_PopupBanner::accessibility_data()
+{
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("buttonText");
+    QTest::addColumn<QString>("imageLink");
+    QTest::addColumn<QString>("cardName");
+
+    QTest::newRow("title, button, linked image")
+        << u"Sale"_s << u"Half price"_s << u"Shop"_s << u"https://example.com/"_s << u"Sale"_s;
+    QTest::newRow("body only, plain image")
+        << QString() << u"Half price"_s << QString() << QString() << u"Half price"_s;
+}
+
+void tst_PopupBanner::accessibility()
+{
+    QFETCH(QString, title);
+    QFETCH(QString, body);
+    QFETCH(QString, buttonText);
+    QFETCH(QString, imageLink);
+    QFETCH(QString, cardName);
+
+    PopupBannerAction content = action(DisplayPosition::Top);
+    if (!title.isEmpty())
+        content.creative.title = TextContent { title, {}, {} };
+    if (!body.isEmpty())
+        content.creative.body = TextContent { body, {}, {} };
+    if (!buttonText.isEmpty()) {
+        ButtonContent button;
+        button.text = buttonText;
+        content.creative.button = button;
+    }
+    if (!imageLink.isEmpty())
+        content.creative.image.linkUrl = imageLink;
+    IAMPopupBannerViewController *banner = showAndWait(content);
+    QVERIFY(banner);
+
+    const auto describe = [](QObject *object) {
+        QAccessibleInterface *accessible = QAccessible::queryAccessibleInterface(object);
+        return accessible ? std::pair(accessible->role(), accessible->text(QAccessible::Name))
+                          : std::pair(QAccessible::NoRole, QString());
+    };
+    QCOMPARE(describe(banner).second, cardName);
+    QCOMPARE(describe(banner->findChild<IAMCloseButton *>()),
+             std::pair(QAccessible::Button, u"Close"_s));
+    auto *button = banner->findChild<QWidget *>(u"button"_s);
+    QCOMPARE(button != nullptr, !buttonText.isEmpty());
+    if (button) {
+        QCOMPARE(describe(button), std::pair(QAccessible::Button, buttonText));
+        QCOMPARE(button->focusPolicy(), Qt::StrongFocus);
+    }
+    const QAccessible::Role imageRole = describe(banner->findChild<IAMAnimatedImageView *>()).first;
+    QCOMPARE(imageRole, imageLink.isEmpty() ? QAccessible::Graphic : QAccessible::Button);
 }
 
 QTEST_MAIN(tst_PopupBanner)
