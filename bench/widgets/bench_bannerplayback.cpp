@@ -5,6 +5,7 @@
 //  2. the time from a cached image's arrival at the banner to the banner's first painted
 //     frame, against one display frame (16.7 ms).
 // Images come over HTTPS from a loopback server, through the real loader, decoder and views.
+// The server is this executable started again with --serve, so that its work is not counted.
 
 #include "../images/benchgif.h"
 #include "httpserver/httpserver.h"
@@ -17,12 +18,17 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QEvent>
+#include <QFile>
+#include <QProcess>
+#include <QSocketNotifier>
+#include <QTemporaryDir>
 #include <QTimer>
 
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <functional>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
@@ -43,12 +49,21 @@ void runFor(int ms)
     loop.exec();
 }
 
+// A blocking loop that looks every few milliseconds: a processEvents() spin would compete for
+// the cores with the work it waits for.
 bool waitFor(const std::function<bool()> &condition, int timeoutMs)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition() && timer.elapsed() < timeoutMs)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 10);
+    if (condition())
+        return true;
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (condition())
+            loop.quit();
+    });
+    poll.start(5);
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    loop.exec();
     return condition();
 }
 
@@ -95,21 +110,65 @@ public:
     qint64 painted = -1;
 };
 
+int serve(const QString &dir)
+{
+    const std::optional<loopback::Certificate> certificate = loopback::Certificate::load(dir);
+    QFile file(dir + u"/banner.gif"_s);
+    if (!certificate || !file.open(QIODevice::ReadOnly))
+        return 1;
+    loopback::HttpServer server;
+    server.setCertificate(*certificate);
+    if (!server.listen(loopback::HttpServer::Mode::Https))
+        return 1;
+    server.setDefaultResponse(loopback::Response::withStatus(200, file.readAll())
+                                  .header("Cache-Control", "max-age=3600"));
+    std::printf("%d\n", server.port());
+    std::fflush(stdout);
+    // Ends with the benchmark, which closes this process's standard input.
+    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
+    QObject::connect(&input, &QSocketNotifier::activated, [] {
+        char byte;
+        if (::read(STDIN_FILENO, &byte, 1) <= 0)
+            QCoreApplication::quit();
+    });
+    return QCoreApplication::exec();
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
+    if (argc == 3 && qstrcmp(argv[1], "--serve") == 0)
+        return serve(QString::fromLocal8Bit(argv[2]));
 
-    loopback::HttpServer server;
-    if (!server.listen(loopback::HttpServer::Mode::Https))
-        return 1;
+    QTemporaryDir serverDir;
+    const std::optional<loopback::Certificate> certificate
+        = loopback::Certificate::generate(serverDir.path());
+    QFile gifFile(serverDir.filePath(u"banner.gif"_s));
     const QByteArray gif = bench::hundredFrameGif();
-    server.setDefaultResponse(
-        loopback::Response::withStatus(200, gif).header("Cache-Control", "max-age=3600"));
-    ImageLoader::shared()->setSslConfiguration(
-        loopback::Certificate::shared()->clientConfiguration());
+    if (!certificate || !gifFile.open(QIODevice::WriteOnly) || gifFile.write(gif) != gif.size()) {
+        std::printf("cannot prepare the server's certificate and image (openssl missing?)\n");
+        return 1;
+    }
+    gifFile.close();
+    QProcess server;
+    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    server.start(QCoreApplication::applicationFilePath(), { u"--serve"_s, serverDir.path() });
+    if (!server.waitForStarted(10000) || !server.waitForReadyRead(30000)) {
+        std::printf("the server process did not start\n");
+        return 1;
+    }
+    const int port = server.readLine().trimmed().toInt();
+    const auto serverUrl
+        = [port](const QString &path) { return u"https://127.0.0.1:%1%2"_s.arg(port).arg(path); };
+    const auto stopServer = [&server] {
+        server.closeWriteChannel();
+        if (!server.waitForFinished(10000))
+            server.kill();
+    };
+    ImageLoader::shared()->setSslConfiguration(certificate->clientConfiguration());
 
     QWidget idle;
     idle.resize(1280, 800);
@@ -119,8 +178,8 @@ int main(int argc, char *argv[])
     layout::ManualKeyboardSource keyboard;
     PopupBannerPresenter presenter(&keyboard);
     for (const DisplayPosition position : allDisplayPositions)
-        presenter.present(request(
-            position, server.url(u"/banner.gif?p="_s + rawValue(position)).toString(), &playing));
+        presenter.present(
+            request(position, serverUrl(u"/banner.gif?p="_s + rawValue(position)), &playing));
     const bool shown = waitFor(
         [&] {
             return std::all_of(allDisplayPositions.begin(), allDisplayPositions.end(), [&](auto p) {
@@ -131,6 +190,7 @@ int main(int argc, char *argv[])
         60000);
     if (!shown) {
         std::printf("banners did not show\n");
+        stopServer();
         return 1;
     }
     playing.hide();
@@ -157,8 +217,8 @@ int main(int argc, char *argv[])
         host.resize(390, 844);
         host.show();
         PopupBannerPresenter single(&keyboard);
-        single.present(request(DisplayPosition::Bottom,
-                               server.url(u"/banner.gif?p=bottom"_s).toString(), &host));
+        single.present(
+            request(DisplayPosition::Bottom, serverUrl(u"/banner.gif?p=bottom"_s), &host));
         IAMPopupBannerViewController *banner = single.bannerAt(DisplayPosition::Bottom);
         auto *view = banner->findChild<IAMAnimatedImageView *>();
         FirstPaintProbe probe;
@@ -169,10 +229,12 @@ int main(int argc, char *argv[])
         });
         if (!waitFor([&] { return probe.painted >= 0; }, 10000)) {
             std::printf("banner never painted\n");
+            stopServer();
             return 1;
         }
         latencies << double(probe.painted) / 1e6;
     }
+    stopServer();
     std::sort(latencies.begin(), latencies.end());
     std::printf("Cached image arrival to first painted frame, 10 banners:\n");
     std::printf("  median %.2f ms, max %.2f ms = %.2f x one 16.7 ms frame (goal <= 1)\n",
