@@ -9,8 +9,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QSignalSpy>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -23,27 +22,53 @@ namespace {
 
 const QByteArray okBody = R"({"status": "ok", "actions": []})";
 
-EventsViewRequest viewRequest()
+template<typename T> using Result = std::optional<Expected<T, APIFailure>>;
+
+// Starts a call through `start(completion)` and waits for its one answer.
+template<typename T, typename Start> Result<T> await(Start start, int timeoutMs = 20000)
 {
-    return { { std::nullopt, false, u"home"_s, 1 }, {} };
+    auto result = std::make_shared<Result<T>>();
+    start([result](Expected<T, APIFailure> r) { result->emplace(std::move(r)); });
+    (void)QTest::qWaitFor([&] { return result->has_value(); }, timeoutMs);
+    return *result;
 }
 
-template<typename T> struct Waiter
+Result<ViewEventsReply>
+view(APIClient &client, const QString &host, const RequestHeaders &headers = {},
+     EventsViewRequest request = { { std::nullopt, false, u"home"_s, 1 }, {} })
 {
-    std::optional<Expected<T, APIFailure>> result;
-    auto completion()
-    {
-        return [this](Expected<T, APIFailure> r) { result.emplace(std::move(r)); };
-    }
-    bool wait(int timeoutMs = 10000)
-    {
-        QElapsedTimer timer;
-        timer.start();
-        while (!result && timer.elapsed() < timeoutMs)
-            QTest::qWait(5);
-        return result.has_value();
-    }
-};
+    return await<ViewEventsReply>(
+        [&](auto done) { client.viewEvents(request, host, headers, std::move(done)); });
+}
+
+Result<ResponseHeaders> reaction(APIClient &client, const QString &host,
+                                 const RequestHeaders &headers = {})
+{
+    return await<ResponseHeaders>([&](auto done) {
+        client.reactionEvents({ {}, EventsReactionType::Click, u"s"_s }, host, headers,
+                              std::move(done));
+    });
+}
+
+// "" for a success, the error's description otherwise.
+template<typename T> QString outcome(const Result<T> &result)
+{
+    if (!result)
+        return u"(no answer)"_s;
+    return result->hasValue() ? QString() : toVelmoraError(result->error()).description();
+}
+
+// Whole-text match where '*' stands for any text.
+bool matches(const QString &actual, const QString &pattern)
+{
+    QStringList pieces = pattern.split(u'*');
+    for (QString &piece : pieces)
+        piece = QRegularExpression::escape(piece);
+    return QRegularExpression(QRegularExpression::anchoredPattern(pieces.join(u".*"_s)),
+                              QRegularExpression::DotMatchesEverythingOption)
+        .match(actual)
+        .hasMatch();
+}
 
 std::optional<VelmoraError> velmoraError(const APIFailure &failure)
 {
@@ -62,31 +87,29 @@ private Q_SLOTS:
     void initTestCase();
     void postsBodyAndHeaders();
     void headerSet();
-    void urlIsPlainConcatenation();
-    void invalidURL();
-    void encodingFailure();
-    void status_data();
-    void status();
+    void refusedBeforeSending_data();
+    void refusedBeforeSending();
+    void answers_data();
+    void answers();
     void responseHeadersNormalised();
-    void undecodableBody_data();
-    void undecodableBody();
     void timeouts_data();
     void timeouts();
     void cancellation();
-    void https();
     void redirectGuard_data();
     void redirectGuard();
     void apiRedirects_data();
     void apiRedirects();
-    void contentDecodingFailure_data();
-    void contentDecodingFailure();
-    void responseSizeLimit_data();
-    void responseSizeLimit();
-    void headerValuesCannotInjectHeaders();
 
 private:
+    QString serve(const Response &response)
+    {
+        m_server.clear();
+        m_server.clearRoutes();
+        m_server.setDefaultResponse(response);
+        return m_server.baseUrl().toString();
+    }
+
     HttpServer m_server;
-    QTemporaryDir m_dir;
 };
 
 void tst_APIClient::initTestCase()
@@ -96,20 +119,20 @@ void tst_APIClient::initTestCase()
 
 void tst_APIClient::postsBodyAndHeaders()
 {
-    m_server.clear();
+    const QString host = serve(Response::json(okBody));
     m_server.setResponse(u"/vorpex/v1/app_events/view"_s,
                          Response::json(okBody).header("X-Vorpex-Visitor-Id", "v-1"));
     APIClient client;
-    Waiter<ViewEventsReply> waiter;
-    EventsViewRequest request { { u"cust"_s, true, u"home"_s, 42 }, { { u"k"_s, { qint64(1) } } } };
-    client.viewEvents(request, m_server.baseUrl().toString() + u"/vorpex/v1"_s,
-                      { { u"x-api-key"_s, u"key"_s },
-                        { u"tenant-id"_s, QString() },
-                        { u"x-vorpex-visitor-id"_s, std::nullopt } },
-                      waiter.completion());
-    QVERIFY(waiter.wait());
-    QVERIFY(waiter.result->hasValue());
-    QCOMPARE(waiter.result->value().headers.value(u"x-vorpex-visitor-id"_s), u"v-1"_s);
+    // A value that could end the header line is not sent at all.
+    const auto reply = view(client, host + u"/vorpex/v1"_s,
+                            { { u"x-api-key"_s, u"key"_s },
+                              { u"tenant-id"_s, QString() },
+                              { u"x-vorpex-visitor-id"_s, std::nullopt },
+                              { u"x-vorpex-customer-id"_s, u"K\r\nX-Injected: yes"_s },
+                              { u"x-os-version"_s, u"v\n"_s } },
+                            { { u"cust"_s, true, u"home"_s, 42 }, { { u"k"_s, { qint64(1) } } } });
+    QVERIFY(reply && reply->hasValue());
+    QCOMPARE(reply->value().headers.value(u"x-vorpex-visitor-id"_s), u"v-1"_s);
 
     QCOMPARE(m_server.requestCount(), 1);
     const auto recorded = m_server.lastRequest();
@@ -118,10 +141,16 @@ void tst_APIClient::postsBodyAndHeaders()
     QCOMPARE(recorded.header("x-api-key"), QByteArray("key"));
     QVERIFY(recorded.hasHeader("tenant-id")); // sent even when empty
     QCOMPARE(recorded.header("tenant-id"), QByteArray());
-    QVERIFY(!recorded.hasHeader("x-vorpex-visitor-id"));
+    for (const char *absent :
+         { "x-vorpex-visitor-id", "x-vorpex-customer-id", "X-Injected", "x-os-version" })
+        QVERIFY2(!recorded.hasHeader(absent), absent);
     const QJsonObject body = recorded.json().object();
     QCOMPARE(body.value(u"meta").toObject().value(u"customer_id"), QJsonValue(u"cust"_s));
     QCOMPARE(body.value(u"custom").toArray().size(), 1);
+
+    // The path is appended as it is, even after a trailing slash.
+    QCOMPARE(outcome(reaction(client, host + u"/v1/"_s)), QString());
+    QCOMPARE(m_server.lastRequest().target, u"/v1//app_events/reaction"_s);
 }
 
 void tst_APIClient::headerSet()
@@ -155,93 +184,100 @@ void tst_APIClient::headerSet()
                  + device);
 }
 
-void tst_APIClient::urlIsPlainConcatenation()
+void tst_APIClient::refusedBeforeSending_data()
 {
-    m_server.clear();
-    m_server.setDefaultResponse(Response::json(okBody));
-    APIClient client;
-    Waiter<ResponseHeaders> waiter;
-    client.reactionEvents({ {}, EventsReactionType::Click, u"s"_s },
-                          m_server.baseUrl().toString() + u"/v1/"_s, {}, waiter.completion());
-    QVERIFY(waiter.wait());
-    QVERIFY(waiter.result->hasValue());
-    QCOMPARE(m_server.lastRequest().target, u"/v1//app_events/reaction"_s);
+    QTest::addColumn<QString>("host"); // "": the test server
+    QTest::addColumn<double>("custom"); // the value of a custom parameter, if any
+    QTest::addColumn<QString>("message"); // '*' stands for any text
+
+    QTest::newRow("invalid URL")
+        << u"http://exa mple.com"_s << 0.0
+        << u"Failed to build a valid URL from apiHost + path: \"http://exa mple.com/app_events/"_s
+           u"view\". Check the apiHost passed to VelmoraInAppMessaging::shared().setup()."_s;
+    QTest::newRow("NaN in the body")
+        << QString() << qQNaN() << u"Failed to encode request data for EventsViewRequest(*): *"_s;
 }
 
-void tst_APIClient::invalidURL()
+void tst_APIClient::refusedBeforeSending()
 {
-    m_server.clear();
+    QFETCH(QString, host);
+    QFETCH(double, custom);
+    QFETCH(QString, message);
+    const QString server = serve(Response::json(okBody));
     APIClient client;
-    Waiter<ViewEventsReply> waiter;
-    client.viewEvents(viewRequest(), u"http://exa mple.com"_s, {}, waiter.completion());
-    QVERIFY(waiter.wait());
-    const auto error = velmoraError(waiter.result->error());
+    EventsViewRequest request { { std::nullopt, false, u"home"_s, 1 }, {} };
+    if (custom != 0.0) // NaN included
+        request.custom = { { u"ratio"_s, { custom } } };
+    const auto reply = view(client, host.isEmpty() ? server : host, {}, request);
+    QVERIFY(reply && !reply->hasValue());
+    const auto error = velmoraError(reply->error());
     QVERIFY(error);
     QCOMPARE(error->kind(), VelmoraError::Kind::Precondition);
-    QCOMPARE(
-        error->message(),
-        u"Failed to build a valid URL from apiHost + path: \"http://exa mple.com/app_events/view\". "_s
-        u"Check the apiHost passed to VelmoraInAppMessaging::shared().setup()."_s);
+    QVERIFY2(matches(error->message(), message), qPrintable(error->message()));
     QCOMPARE(m_server.requestCount(), 0);
 }
 
-void tst_APIClient::encodingFailure()
+void tst_APIClient::answers_data()
 {
-    m_server.clear();
-    APIClient client;
-    Waiter<ViewEventsReply> waiter;
-    EventsViewRequest request = viewRequest();
-    request.custom = { { u"ratio"_s, { qQNaN() } } };
-    client.viewEvents(request, m_server.baseUrl().toString(), {}, waiter.completion());
-    QVERIFY(waiter.wait());
-    const auto error = velmoraError(waiter.result->error());
-    QVERIFY(error);
-    QCOMPARE(error->kind(), VelmoraError::Kind::Precondition);
-    QVERIFY2(error->message().startsWith(u"Failed to encode request data for EventsViewRequest("_s),
-             qPrintable(error->message()));
-    QVERIFY(error->message().contains(u"): "_s));
-    QCOMPARE(m_server.requestCount(), 0);
-}
+    QTest::addColumn<Response>("response");
+    // The descriptions of what the view and the reaction call end with: "" for a success; '*'
+    // stands for any text.
+    QTest::addColumn<QString>("view");
+    QTest::addColumn<QString>("reaction");
 
-void tst_APIClient::status_data()
-{
-    QTest::addColumn<int>("status");
-    QTest::addColumn<int>("kind"); // -1: success
-    const int client = int(VelmoraError::Kind::ClientError);
-    const int server = int(VelmoraError::Kind::ServerError);
-    QTest::newRow("101") << 101 << server;
-    QTest::newRow("200") << 200 << -1;
-    QTest::newRow("204") << 204 << -1;
-    QTest::newRow("299") << 299 << -1;
-    QTest::newRow("304") << 304 << server;
-    QTest::newRow("399") << 399 << server;
-    QTest::newRow("400") << 400 << client;
-    QTest::newRow("404") << 404 << client;
-    QTest::newRow("499") << 499 << client;
-    QTest::newRow("500") << 500 << server;
-    QTest::newRow("503") << 503 << server;
-    QTest::newRow("599") << 599 << server;
-    QTest::newRow("600") << 600 << server;
-}
-
-void tst_APIClient::status()
-{
-    QFETCH(int, status);
-    QFETCH(int, kind);
-    m_server.clear();
-    m_server.setDefaultResponse(Response::withStatus(status, "{}"));
-    APIClient client;
-    Waiter<ResponseHeaders> waiter;
-    client.reactionEvents({}, m_server.baseUrl().toString(), {}, waiter.completion());
-    QVERIFY(waiter.wait());
-    if (kind < 0) {
-        QVERIFY(waiter.result->hasValue());
-        return;
+    const QString undecodable = u"networkError: decoding error*"_s;
+    for (int status : { 200, 204, 299 })
+        QTest::addRow("%d", status)
+            << Response::withStatus(status, "{}") << undecodable << QString();
+    for (int status : { 101, 304, 399, 400, 404, 499, 500, 503, 599, 600 }) {
+        const QString error = (status / 100 == 4 ? u"clientError: "_s : u"serverError: "_s)
+            + QString::number(status);
+        QTest::addRow("%d", status) << Response::withStatus(status, "{}") << error << error;
     }
-    const auto error = velmoraError(waiter.result->error());
-    QVERIFY(error);
-    QCOMPARE(int(error->kind()), kind);
-    QCOMPARE(error->statusCode(), std::optional(status));
+    // Reactions never read their answer.
+    QTest::newRow("empty") << Response::json({}) << undecodable << QString();
+    QTest::newRow("html") << Response::json("<html>oops</html>") << undecodable << QString();
+    QTest::newRow("no actions") << Response::json(R"({"status": "ok"})") << undecodable
+                                << QString();
+    const QString undecoded = u"networkError: *"_s;
+    QTest::newRow("not gzip") << Response::json(okBody).header("Content-Encoding", "gzip")
+                              << undecoded << undecoded;
+    // 64 MB of zeros in 64 kB: Qt stops decompressing it, which must not read as success.
+    QTest::newRow("deflate bomb") << Response::json(
+                                         qCompress(QByteArray(64 * 1024 * 1024, '\0'), 9).mid(4))
+                                         .header("Content-Encoding", "deflate")
+                                  << undecoded << undecoded;
+
+    constexpr qsizetype limit = 10 * 1024 * 1024;
+    const QByteArray fits = okBody + QByteArray(limit - okBody.size(), ' ');
+    const QString tooLarge = u"networkError: *10485760 bytes*"_s;
+    QTest::newRow("exactly 10 MiB") << Response::json(fits) << QString() << QString();
+    QTest::newRow("announced over") << Response::json(fits + ' ') << tooLarge << QString();
+    // No length announced: only the bytes received can tell.
+    Response unannounced = Response::json(fits + ' ');
+    unannounced.omitContentLength = true;
+    QTest::newRow("unannounced over") << unannounced << tooLarge << QString();
+}
+
+void tst_APIClient::answers()
+{
+    QFETCH(Response, response);
+    QFETCH(QString, view);
+    QFETCH(QString, reaction);
+    const QString host = serve(response);
+    APIClient client;
+    const auto viewReply = ::view(client, host);
+    const auto reactionReply = ::reaction(client, host);
+    QVERIFY2(matches(outcome(viewReply), view), qPrintable(outcome(viewReply)));
+    QVERIFY2(matches(outcome(reactionReply), reaction), qPrintable(outcome(reactionReply)));
+    if (view.isEmpty())
+        return;
+    QVERIFY(!isCancellation(viewReply->error()));
+    if (view.startsWith(u"networkError: decoding error"_s)) {
+        QVERIFY(std::holds_alternative<DecodingError>(viewReply->error()));
+        QCOMPARE(toVelmoraError(viewReply->error()).underlyingError()->domain(),
+                 UnderlyingError::Domain::Decoding);
+    }
 }
 
 void tst_APIClient::responseHeadersNormalised()
@@ -256,31 +292,6 @@ void tst_APIClient::responseHeadersNormalised()
     QCOMPARE(headers.size(), 2);
 }
 
-void tst_APIClient::undecodableBody_data()
-{
-    QTest::addColumn<QByteArray>("body");
-    QTest::newRow("empty") << QByteArray();
-    QTest::newRow("html") << QByteArray("<html>oops</html>");
-    QTest::newRow("no actions") << QByteArray(R"({"status": "ok"})");
-}
-
-void tst_APIClient::undecodableBody()
-{
-    QFETCH(QByteArray, body);
-    m_server.clear();
-    m_server.setDefaultResponse(Response::json(body));
-    APIClient client;
-    Waiter<ViewEventsReply> waiter;
-    client.viewEvents(viewRequest(), m_server.baseUrl().toString(), {}, waiter.completion());
-    QVERIFY(waiter.wait());
-    QVERIFY(!waiter.result->hasValue());
-    QVERIFY(std::holds_alternative<DecodingError>(waiter.result->error()));
-    const VelmoraError host = toVelmoraError(waiter.result->error());
-    QCOMPARE(host.kind(), VelmoraError::Kind::NetworkError);
-    QCOMPARE(host.underlyingError()->domain(), UnderlyingError::Domain::Decoding);
-    QVERIFY(!isCancellation(waiter.result->error()));
-}
-
 void tst_APIClient::timeouts_data()
 {
     QTest::addColumn<Response>("response");
@@ -293,18 +304,16 @@ void tst_APIClient::timeouts_data()
 void tst_APIClient::timeouts()
 {
     QFETCH(Response, response);
-    m_server.clear();
-    m_server.setDefaultResponse(response);
+    const QString host = serve(response);
     APIClient client;
     client.setTimeouts({ std::chrono::milliseconds(600), std::chrono::milliseconds(300),
                          std::chrono::milliseconds(400) });
-    Waiter<ViewEventsReply> waiter;
     QElapsedTimer timer;
     timer.start();
-    client.viewEvents(viewRequest(), m_server.baseUrl().toString(), {}, waiter.completion());
-    QVERIFY(waiter.wait());
+    const auto reply = view(client, host);
     QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
-    const auto error = velmoraError(waiter.result->error());
+    QVERIFY(reply && !reply->hasValue());
+    const auto error = velmoraError(reply->error());
     QVERIFY(error);
     QCOMPARE(error->kind(), VelmoraError::Kind::NetworkError);
     QCOMPARE(error->underlyingError()->networkCode(), QNetworkReply::TimeoutError);
@@ -313,50 +322,25 @@ void tst_APIClient::timeouts()
 
 void tst_APIClient::cancellation()
 {
-    m_server.clear();
-    m_server.setDefaultResponse(Response::hang());
+    const QString host = serve(Response::hang());
     APIClient client;
-    Waiter<ViewEventsReply> waiter;
+    Result<ViewEventsReply> result;
     QPointer<APICall> call
-        = client.viewEvents(viewRequest(), m_server.baseUrl().toString(), {}, waiter.completion());
+        = client.viewEvents({ { std::nullopt, false, u"home"_s, 1 }, {} }, host, {},
+                            [&](Expected<ViewEventsReply, APIFailure> r) { result.emplace(r); });
     QTRY_COMPARE(m_server.requestCount(), 1);
     call->cancel();
-    QVERIFY(!waiter.result); // delivered later, not inside cancel()
-    QVERIFY(waiter.wait());
-    QVERIFY(isCancellation(waiter.result->error()));
+    QVERIFY(!result); // delivered later, not inside cancel()
+    QTRY_VERIFY(result);
+    QVERIFY(isCancellation(result->error()));
     QTRY_VERIFY(call.isNull()); // a finished call cleans itself up
 
     // Cancellation is recognised through a network error that wraps one.
-    const VelmoraError cancelled = toVelmoraError(waiter.result->error());
+    const VelmoraError cancelled = toVelmoraError(result->error());
     QVERIFY(isCancellation(VelmoraError::networkError(UnderlyingError::wrapping(cancelled))));
     QVERIFY(isCancellation(VelmoraError::networkError(UnderlyingError::cancellation())));
     QVERIFY(!isCancellation(
         VelmoraError::networkError(UnderlyingError::wrapping(VelmoraError::serverError(500)))));
-}
-
-void tst_APIClient::https()
-{
-    const auto *certificate = loopback::Certificate::shared();
-    QVERIFY(certificate);
-    HttpServer secure;
-    QVERIFY(secure.listen(HttpServer::Mode::Https));
-    secure.setDefaultResponse(Response::json(okBody));
-
-    APIClient untrusting;
-    Waiter<ViewEventsReply> refused;
-    untrusting.viewEvents(viewRequest(), secure.baseUrl().toString(), {}, refused.completion());
-    QVERIFY(refused.wait());
-    const auto error = velmoraError(refused.result->error());
-    QVERIFY(error && error->kind() == VelmoraError::Kind::NetworkError);
-
-    const QSslConfiguration previous = QSslConfiguration::defaultConfiguration();
-    QSslConfiguration::setDefaultConfiguration(certificate->clientConfiguration());
-    APIClient trusting;
-    Waiter<ViewEventsReply> accepted;
-    trusting.viewEvents(viewRequest(), secure.baseUrl().toString(), {}, accepted.completion());
-    QVERIFY(accepted.wait());
-    QSslConfiguration::setDefaultConfiguration(previous);
-    QVERIFY(accepted.result->hasValue());
 }
 
 void tst_APIClient::redirectGuard_data()
@@ -422,26 +406,22 @@ void tst_APIClient::apiRedirects()
     location.replace("{self}", m_server.baseUrl().toString().toUtf8());
     location.replace("{port}", QByteArray::number(m_server.port()));
 
-    m_server.clear();
-    m_server.clearRoutes();
+    const QString host = serve(Response());
     m_server.setResponse(u"/app_events/view"_s,
                          location.isEmpty() ? Response::withStatus(status)
                                             : Response::redirect(status, location));
     m_server.setResponse(u"/moved/view"_s, Response::json(okBody));
     APIClient client;
-    Waiter<ViewEventsReply> waiter;
-    client.viewEvents(viewRequest(), m_server.baseUrl().toString(),
-                      { { u"x-api-key"_s, u"secret"_s },
-                        { u"tenant-id"_s, u"t"_s },
-                        { u"content-type"_s, u"application/json"_s } },
-                      waiter.completion());
-    QVERIFY(waiter.wait());
+    const auto reply = view(client, host,
+                            { { u"x-api-key"_s, u"secret"_s },
+                              { u"tenant-id"_s, u"t"_s },
+                              { u"content-type"_s, u"application/json"_s } });
+    QVERIFY(reply);
     QCOMPARE(other.requestCount(), 0); // the key never leaves the API origin
 
     const auto requests = m_server.requests();
     if (outcome == u"followed") {
-        if (!waiter.result->hasValue())
-            QFAIL(qPrintable(toVelmoraError(waiter.result->error()).description()));
+        QCOMPARE(::outcome(reply), QString());
         QCOMPARE(requests.size(), 2);
         QCOMPARE(requests.at(1).target, u"/moved/view"_s);
         QCOMPARE(requests.at(1).method, QByteArray("POST"));
@@ -450,8 +430,8 @@ void tst_APIClient::apiRedirects()
         QCOMPARE(requests.at(1).header("content-type"), QByteArray("application/json"));
         return;
     }
-    QVERIFY(!waiter.result->hasValue());
-    const auto error = velmoraError(waiter.result->error());
+    QVERIFY(!reply->hasValue());
+    const auto error = velmoraError(reply->error());
     QVERIFY(error);
     if (outcome == u"serverError") {
         QCOMPARE(requests.size(), 1);
@@ -468,107 +448,6 @@ void tst_APIClient::apiRedirects()
         QCOMPARE(error->underlyingError()->networkCode(), QNetworkReply::TooManyRedirectsError);
         QVERIFY(requests.size() > 1 && requests.size() < 20);
     }
-}
-
-void tst_APIClient::contentDecodingFailure_data()
-{
-    QTest::addColumn<Response>("response");
-    QTest::newRow("not gzip")
-        << Response::json("{\"actions\": []}").header("Content-Encoding", "gzip");
-    // 64 MB of zeros in 64 kB: Qt stops decompressing it, which must not read as success.
-    QTest::newRow("deflate bomb") << Response::json(
-                                         qCompress(QByteArray(64 * 1024 * 1024, '\0'), 9).mid(4))
-                                         .header("Content-Encoding", "deflate");
-}
-
-void tst_APIClient::contentDecodingFailure()
-{
-    QFETCH(Response, response);
-    m_server.clear();
-    m_server.clearRoutes();
-    m_server.setDefaultResponse(response);
-    APIClient client;
-    Waiter<ViewEventsReply> view;
-    client.viewEvents(viewRequest(), m_server.baseUrl().toString(), {}, view.completion());
-    QVERIFY(view.wait());
-    Waiter<ResponseHeaders> reaction;
-    client.reactionEvents({}, m_server.baseUrl().toString(), {}, reaction.completion());
-    QVERIFY(reaction.wait());
-    for (const auto &failure :
-         { view.result->hasValue() ? std::optional<APIFailure>() : view.result->error(),
-           reaction.result->hasValue() ? std::optional<APIFailure>() : reaction.result->error() }) {
-        QVERIFY(failure); // not a success
-        const auto error = velmoraError(*failure);
-        QVERIFY(error);
-        QCOMPARE(error->kind(), VelmoraError::Kind::NetworkError);
-    }
-}
-
-void tst_APIClient::responseSizeLimit_data()
-{
-    QTest::addColumn<Response>("response");
-    QTest::addColumn<bool>("accepted");
-    constexpr qsizetype limit = 10 * 1024 * 1024;
-    const QByteArray fits = okBody + QByteArray(limit - okBody.size(), ' ');
-    const QByteArray over = fits + ' ';
-    QTest::newRow("exactly 10 MiB") << Response::json(fits) << true;
-    QTest::newRow("announced over") << Response::json(over) << false;
-    // No length announced: only the bytes received can tell.
-    QTest::newRow("unannounced over") << [&] {
-        Response r = Response::json(over);
-        r.omitContentLength = true;
-        return r;
-    }() << false;
-}
-
-void tst_APIClient::responseSizeLimit()
-{
-    QFETCH(Response, response);
-    QFETCH(bool, accepted);
-    m_server.clear();
-    m_server.clearRoutes();
-    m_server.setDefaultResponse(response);
-    APIClient client;
-    Waiter<ViewEventsReply> waiter;
-    client.viewEvents(viewRequest(), m_server.baseUrl().toString(), {}, waiter.completion());
-    QVERIFY(waiter.wait(20000));
-    if (accepted) {
-        QVERIFY(waiter.result->hasValue());
-        return;
-    }
-    QVERIFY(!waiter.result->hasValue());
-    const auto error = velmoraError(waiter.result->error());
-    QVERIFY(error);
-    QCOMPARE(error->kind(), VelmoraError::Kind::NetworkError);
-    QVERIFY2(error->underlyingError()->description().contains(u"10485760 bytes"_s),
-             qPrintable(error->underlyingError()->description()));
-
-    // Reactions never keep their answer, whatever its size.
-    Waiter<ResponseHeaders> reaction;
-    client.reactionEvents({}, m_server.baseUrl().toString(), {}, reaction.completion());
-    QVERIFY(reaction.wait(20000));
-    QVERIFY(reaction.result->hasValue());
-}
-
-void tst_APIClient::headerValuesCannotInjectHeaders()
-{
-    m_server.clear();
-    m_server.clearRoutes();
-    m_server.setDefaultResponse(Response::json(okBody));
-    APIClient client;
-    Waiter<ResponseHeaders> waiter;
-    client.reactionEvents({}, m_server.baseUrl().toString(),
-                          { { u"x-api-key"_s, u"K\r\nX-Injected: yes"_s },
-                            { u"x-vorpex-visitor-id"_s, u"v\n"_s },
-                            { u"tenant-id"_s, u"t"_s } },
-                          waiter.completion());
-    QVERIFY(waiter.wait());
-    QCOMPARE(m_server.requestCount(), 1);
-    const auto request = m_server.lastRequest();
-    QVERIFY(!request.hasHeader("X-Injected"));
-    QVERIFY(!request.hasHeader("x-api-key"));
-    QVERIFY(!request.hasHeader("x-vorpex-visitor-id"));
-    QCOMPARE(request.header("tenant-id"), QByteArray("t"));
 }
 
 QTEST_GUILESS_MAIN(tst_APIClient)
