@@ -211,7 +211,6 @@ private Q_SLOTS:
     void envelope();
     void actionKeptOrSkipped_data();
     void actionKeptOrSkipped();
-    void skipWarningNamesIndex();
     void creativeFields();
     void popupBannerLayout_data();
     void popupBannerLayout();
@@ -269,76 +268,64 @@ void tst_ResponseDecoding::actionKeptOrSkipped_data()
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<bool>("kept");
     QTest::addColumn<int>("type");
-    QTest::addColumn<QString>("rawType");
+    // Kept: the raw type; skipped: a piece of the warning.
+    QTest::addColumn<QString>("text");
 
-    const int modal = int(InAppMessage::Type::PopupModal);
-    const int banner = int(InAppMessage::Type::PopupBanner);
-    const int embedded = int(InAppMessage::Type::EmbeddedBanner);
-    const int unsupported = int(InAppMessage::Type::Unsupported);
-
-    QTest::newRow("modal") << action("popup_modal", creative) << true << modal << u"popup_modal"_s;
-    QTest::newRow("banner") << action("popup_banner", creative) << true << banner
-                            << u"popup_banner"_s;
-    QTest::newRow("embedded") << action("embedded_banner", creative) << true << embedded
-                              << u"embedded_banner"_s;
-    QTest::newRow("upper-case type is unsupported")
-        << action("POPUP_MODAL", creative) << true << unsupported << u"POPUP_MODAL"_s;
-    QTest::newRow("unknown type without creative")
-        << action("carousel") << true << unsupported << u"carousel"_s;
-    QTest::newRow("unknown type with broken creative and layout")
-        << action("carousel",
-                  R"("creative": 5, "layout": {"size": {"width": {"length": 0, "unit": "px"}}})")
-        << true << unsupported << u"carousel"_s;
-    QTest::newRow("modal ignores a broken layout")
-        << action("popup_modal", creative + R"(, "layout": {"location": 3})") << true << modal
-        << u"popup_modal"_s;
-    QTest::newRow("creative_type unknown is ignored")
-        << action("popup_modal", creative + R"(, "creative_type": "carousel")") << true << modal
-        << u"popup_modal"_s;
-    QTest::newRow("creative_type malformed is ignored")
-        << action("popup_modal", creative + R"(, "creative_type": {"x": 1})") << true << modal
-        << u"popup_modal"_s;
-    QTest::newRow("supported without creative") << action("popup_modal") << false << 0 << QString();
-    QTest::newRow("creative without image")
-        << action("popup_modal", R"("creative": {"title": {"text": "t"}})") << false << 0
-        << QString();
-    QTest::newRow("image url not a string")
-        << action("popup_modal", R"("creative": {"image": {"url": 3}})") << false << 0 << QString();
-    QTest::newRow("title without text") << action(
-        "popup_modal", R"("creative": {"image": {"url": ""}, "title": {"text_color": "FFFFFF"}})")
-                                        << false << 0 << QString();
-    QTest::newRow("element not an object") << QByteArray("42") << false << 0 << QString();
-    QTest::newRow("meta missing") << QByteArray(R"({"creative": {}})") << false << 0 << QString();
-    QTest::newRow("scenario_id missing")
-        << QByteArray(R"({"meta": {"updated_at": "2024-05-01T09:30:00Z", "action_type": "x"}})")
-        << false << 0 << QString();
-    QTest::newRow("updated_at null")
-        << QByteArray(R"({"meta": {"scenario_id": "a", "updated_at": null, "action_type": "x"}})")
-        << false << 0 << QString();
-    QTest::newRow("action_type number") << QByteArray(
-        R"({"meta": {"scenario_id": "a", "updated_at": "2024-05-01T09:30:00Z", "action_type": 1}})")
-                                        << false << 0 << QString();
-    QTest::newRow("embedded layout component_id number")
-        << action("embedded_banner", creative + R"(, "layout": {"component_id": 7})") << false << 0
-        << QString();
-    QTest::newRow("banner location not a string")
-        << action("popup_banner", creative + R"(, "layout": {"location": 7})") << false << 0
-        << QString();
-    QTest::newRow("banner margin malformed")
-        << action("popup_banner", creative + R"(, "layout": {"margin": {"top": "8"}})") << false
-        << 0 << QString();
-    QTest::newRow("size with only height")
-        << action("popup_banner",
-                  creative + R"(, "layout": {"size": {"height": {"length": 10, "unit": "px"}}})")
-        << false << 0 << QString();
-    QTest::newRow("size with unknown unit")
-        << action("popup_banner",
-                  creative + R"(, "layout": {"size": {"width": {"length": 10, "unit": "pt"}}})")
-        << false << 0 << QString();
-    QTest::newRow("size with fractional length")
-        << action("popup_banner",
-                  creative + R"(, "layout": {"size": {"width": {"length": 10.5, "unit": "px"}}})")
-        << false << 0 << QString();
+    using T = InAppMessage::Type;
+    const auto kept = [](const char *name, const QByteArray &json, T type, const QString &raw) {
+        QTest::newRow(name) << json << true << int(type) << raw;
+    };
+    const auto skipped = [](const char *name, const QByteArray &json, const QString &text = {}) {
+        QTest::newRow(name) << json << false << 0 << text;
+    };
+    const auto banner = [](const QByteArray &layout) {
+        return action("popup_banner", creative + R"(, "layout": )" + layout);
+    };
+    const QString modal = u"popup_modal"_s;
+    kept("modal", action("popup_modal", creative), T::PopupModal, modal);
+    kept("banner", action("popup_banner", creative), T::PopupBanner, u"popup_banner"_s);
+    kept("embedded", action("embedded_banner", creative), T::EmbeddedBanner, u"embedded_banner"_s);
+    kept("upper-case type is unsupported", action("POPUP_MODAL", creative), T::Unsupported,
+         u"POPUP_MODAL"_s);
+    kept("unknown type without creative", action("carousel"), T::Unsupported, u"carousel"_s);
+    kept("unknown type with broken creative and layout",
+         action("carousel",
+                R"("creative": 5, "layout": {"size": {"width": {"length": 0, "unit": "px"}}})"),
+         T::Unsupported, u"carousel"_s);
+    kept("modal ignores a broken layout",
+         action("popup_modal", creative + R"(, "layout": {"location": 3})"), T::PopupModal, modal);
+    kept("creative_type unknown is ignored",
+         action("popup_modal", creative + R"(, "creative_type": "carousel")"), T::PopupModal,
+         modal);
+    kept("creative_type malformed is ignored",
+         action("popup_modal", creative + R"(, "creative_type": {"x": 1})"), T::PopupModal, modal);
+    skipped("supported without creative", action("popup_modal"));
+    skipped("creative without image",
+            action("popup_modal", R"("creative": {"title": {"text": "t"}})"));
+    skipped("image url not a string",
+            action("popup_modal", R"("creative": {"image": {"url": 3}})"));
+    skipped("title without text",
+            action("popup_modal",
+                   R"("creative": {"image": {"url": ""}, "title": {"text_color": "FFFFFF"}})"));
+    skipped("element not an object", "42");
+    skipped("meta missing", R"({"creative": {}})", u"meta"_s);
+    skipped("scenario_id missing",
+            R"({"meta": {"updated_at": "2024-05-01T09:30:00Z", "action_type": "x"}})");
+    skipped("updated_at null",
+            R"({"meta": {"scenario_id": "a", "updated_at": null, "action_type": "x"}})");
+    skipped(
+        "action_type number",
+        R"({"meta": {"scenario_id": "a", "updated_at": "2024-05-01T09:30:00Z", "action_type": 1}})");
+    skipped("embedded layout component_id number",
+            action("embedded_banner", creative + R"(, "layout": {"component_id": 7})"));
+    skipped("banner location not a string", banner(R"({"location": 7})"));
+    skipped("banner margin malformed", banner(R"({"margin": {"top": "8"}})"));
+    skipped("size with only height",
+            banner(R"({"size": {"height": {"length": 10, "unit": "px"}}})"));
+    skipped("size with unknown unit",
+            banner(R"({"size": {"width": {"length": 10, "unit": "pt"}}})"));
+    skipped("size with fractional length",
+            banner(R"({"size": {"width": {"length": 10.5, "unit": "px"}}})"));
 }
 
 void tst_ResponseDecoding::actionKeptOrSkipped()
@@ -346,36 +333,27 @@ void tst_ResponseDecoding::actionKeptOrSkipped()
     QFETCH(QByteArray, json);
     QFETCH(bool, kept);
     QFETCH(int, type);
-    QFETCH(QString, rawType);
+    QFETCH(QString, text);
     WarningCollector warnings;
-    const auto decoded = decodeAPIResponse(wrapActions(json));
+    // Between two good actions: a skipped one takes nothing else with it and is named by its
+    // index in the response.
+    const auto decoded = decodeAPIResponse(
+        wrapActions(action("popup_modal", creative) + ',' + json + ',' + action("last")));
     QVERIFY(decoded.hasValue());
-    QCOMPARE(decoded.value().actions.size(), kept ? 1 : 0);
+    const QList<InAppMessageAction> &actions = decoded.value().actions;
+    QCOMPARE(actions.size(), kept ? 3 : 2);
     QCOMPARE(warnings.lines.size(), kept ? 0 : 1);
+    QCOMPARE(actions.first().contents.rawType(), u"popup_modal"_s);
+    QCOMPARE(actions.last().contents.rawType(), u"last"_s);
     if (kept) {
-        const InAppMessage &message = decoded.value().actions.first().contents;
-        QCOMPARE(int(message.type()), type);
-        QCOMPARE(message.rawType(), rawType);
+        QCOMPARE(int(actions.at(1).contents.type()), type);
+        QCOMPARE(actions.at(1).contents.rawType(), text);
     } else {
-        QVERIFY2(warnings.lines.first().startsWith(
-                     u"[VelmoraInAppMessaging][WARNING] Skipping malformed action at index 0: "_s),
-                 qPrintable(warnings.lines.first()));
+        const QString &line = warnings.lines.first();
+        QVERIFY2(line.startsWith(prefix + u"Skipping malformed action at index 1: "_s)
+                     && line.contains(text),
+                 qPrintable(line));
     }
-}
-
-void tst_ResponseDecoding::skipWarningNamesIndex()
-{
-    WarningCollector warnings;
-    const QByteArray body = wrapActions(action("popup_modal", creative) + R"(, {"creative": {}}, )"
-                                        + action("carousel"));
-    const auto decoded = decodeAPIResponse(body);
-    QVERIFY(decoded.hasValue());
-    QCOMPARE(decoded.value().actions.size(), 2);
-    QCOMPARE(decoded.value().actions.at(1).contents.rawType(), u"carousel"_s);
-    QCOMPARE(warnings.lines.size(), 1);
-    QVERIFY(warnings.lines.first().startsWith(
-        u"[VelmoraInAppMessaging][WARNING] Skipping malformed action at index 1: "_s));
-    QVERIFY(warnings.lines.first().contains(u"meta"_s));
 }
 
 void tst_ResponseDecoding::creativeFields()
@@ -409,32 +387,29 @@ void tst_ResponseDecoding::popupBannerLayout_data()
     QTest::addColumn<QList<double>>("margin"); // top, bottom, left, right
     QTest::addColumn<QString>("size"); // "none" or "w<len><unit>[,h<len><unit>]"
 
-    const QList<double> zero { 0, 0, 0, 0 };
-    QTest::newRow("no layout") << QByteArray() << u"top"_s << zero << u"none"_s;
-    QTest::newRow("null layout") << QByteArray(R"("layout": null)") << u"top"_s << zero
-                                 << u"none"_s;
-    QTest::newRow("empty layout") << QByteArray(R"("layout": {})") << u"top"_s << zero << u"none"_s;
-    QTest::newRow("unknown location")
-        << QByteArray(R"("layout": {"location": "middle"})") << u"top"_s << zero << u"none"_s;
-    QTest::newRow("upper-case location")
-        << QByteArray(R"("layout": {"location": "BOTTOM"})") << u"top"_s << zero << u"none"_s;
-    QTest::newRow("bottom_right") << QByteArray(R"("layout": {"location": "bottom_right"})")
-                                  << u"bottom_right"_s << zero << u"none"_s;
-    QTest::newRow("margin top only") << QByteArray(R"("layout": {"margin": {"top": 8}})")
-                                     << u"top"_s << QList<double> { 8, 0, 0, 0 } << u"none"_s;
-    QTest::newRow("negative margins kept")
-        << QByteArray(
-               R"("layout": {"margin": {"top": -4, "bottom": 1e4, "left": 1.5, "right": null}})")
-        << u"top"_s << QList<double> { -4, 10000, 1.5, 0 } << u"none"_s;
-    QTest::newRow("width only") << QByteArray(
-        R"("layout": {"size": {"width": {"length": 999, "unit": "px"}}})")
-                                << u"top"_s << zero << u"w999px"_s;
-    QTest::newRow("width and height") << QByteArray(
-        R"("layout": {"location": "center", "size": {"width": {"length": 100, "unit": "percentage"}, "height": {"length": 1, "unit": "px"}}})")
-                                      << u"center"_s << zero << u"w100percentage,h1px"_s;
-    QTest::newRow("null height") << QByteArray(
-        R"("layout": {"size": {"width": {"length": 1, "unit": "percentage"}, "height": null}})")
-                                 << u"top"_s << zero << u"w1percentage"_s;
+    const auto row = [](const char *name, const QByteArray &layout, const QString &position,
+                        const QString &size, const QList<double> &margin = { 0, 0, 0, 0 }) {
+        QTest::newRow(name) << layout << position << margin << size;
+    };
+    const QString top = u"top"_s, none = u"none"_s;
+    row("no layout", {}, top, none);
+    row("null layout", R"("layout": null)", top, none);
+    row("empty layout", R"("layout": {})", top, none);
+    row("unknown location", R"("layout": {"location": "middle"})", top, none);
+    row("upper-case location", R"("layout": {"location": "BOTTOM"})", top, none);
+    row("bottom_right", R"("layout": {"location": "bottom_right"})", u"bottom_right"_s, none);
+    row("margin top only", R"("layout": {"margin": {"top": 8}})", top, none, { 8, 0, 0, 0 });
+    row("negative margins kept",
+        R"("layout": {"margin": {"top": -4, "bottom": 1e4, "left": 1.5, "right": null}})", top,
+        none, { -4, 10000, 1.5, 0 });
+    row("width only", R"("layout": {"size": {"width": {"length": 999, "unit": "px"}}})", top,
+        u"w999px"_s);
+    row("width and height",
+        R"("layout": {"location": "center", "size": {"width": {"length": 100, "unit": "percentage"}, "height": {"length": 1, "unit": "px"}}})",
+        u"center"_s, u"w100percentage,h1px"_s);
+    row("null height",
+        R"("layout": {"size": {"width": {"length": 1, "unit": "percentage"}, "height": null}})",
+        top, u"w1percentage"_s);
 }
 
 void tst_ResponseDecoding::popupBannerLayout()
@@ -478,15 +453,12 @@ void tst_ResponseDecoding::updatedAt_data()
     QTest::newRow("microseconds truncated")
         << u"2024-05-01T09:30:00.123456Z"_s << u"2024-05-01T09:30:00.123Z"_s;
     QTest::newRow("leap day") << u"2024-02-29T00:00:00Z"_s << u"2024-02-29T00:00:00.000Z"_s;
-    QTest::newRow("not a leap year") << u"2023-02-29T00:00:00Z"_s << QString();
-    QTest::newRow("no zone") << u"2024-05-01T09:30:00"_s << QString();
-    QTest::newRow("offset without colon") << u"2024-05-01T09:30:00+0900"_s << QString();
-    QTest::newRow("space separator") << u"2024-05-01 09:30:00Z"_s << QString();
-    QTest::newRow("date only") << u"2024-05-01"_s << QString();
-    QTest::newRow("hour 24") << u"2024-05-01T24:00:00Z"_s << QString();
-    QTest::newRow("empty fraction") << u"2024-05-01T09:30:00.Z"_s << QString();
-    QTest::newRow("trailing garbage") << u"2024-05-01T09:30:00Zx"_s << QString();
-    QTest::newRow("empty") << QString() << QString();
+    for (const QString &text :
+         { u"2023-02-29T00:00:00Z"_s /* not a leap year */, u"2024-05-01T09:30:00"_s,
+           u"2024-05-01T09:30:00+0900"_s, u"2024-05-01 09:30:00Z"_s, u"2024-05-01"_s,
+           u"2024-05-01T24:00:00Z"_s, u"2024-05-01T09:30:00.Z"_s, u"2024-05-01T09:30:00Zx"_s,
+           QString() })
+        QTest::addRow("unparsable '%s'", qPrintable(text)) << text << QString();
 }
 
 void tst_ResponseDecoding::updatedAt()
