@@ -98,8 +98,6 @@ void tst_Faults::fault_data()
     QTest::addColumn<QString>("outcome");
     QTest::addColumn<int>("boundMs");
 
-    const auto v = Call::View;
-    const auto r = Call::Reaction;
     const QByteArray big(2 * limit, ' ');
     // Every time-out below ends at the client's 800 ms end-to-end deadline. Large bodies come
     // a moment after the request, as over any real network: the client's bound on Qt's buffer
@@ -107,68 +105,53 @@ void tst_Faults::fault_data()
     // answer can beat it. A body without a length comes in pieces: when the server closes the
     // connection Qt takes in whatever the socket still holds, bound or not.
     const int rtt = 20;
-    QTest::newRow("500") << Server::Plain << Response::withStatus(500) << v << u"serverError: 500"_s
-                         << 1000;
-    QTest::newRow("503 reaction") << Server::Plain << Response::withStatus(503, big).delayed(rtt)
-                                  << r << u"serverError: 503"_s << 1000;
-    QTest::newRow("400") << Server::Plain << Response::withStatus(400) << v << u"clientError: 400"_s
-                         << 1000;
-    QTest::newRow("401") << Server::Plain << Response::withStatus(401) << v << u"clientError: 401"_s
-                         << 1000;
-    QTest::newRow("404 with a large body")
-        << Server::Plain << Response::withStatus(404, big).delayed(rtt) << v
-        << u"clientError: 404"_s << 1000;
-    QTest::newRow("reset before headers") << Server::Plain << Response::reset() << v
-                                          << u"networkError: RemoteHostClosedError"_s << 1000;
-    QTest::newRow("reset before headers, reaction")
-        << Server::Plain << Response::reset() << r << u"networkError: RemoteHostClosedError"_s
-        << 1000;
-    QTest::newRow("closed before headers") << Server::Plain << Response::drop() << r
-                                           << u"networkError: RemoteHostClosedError"_s << 1000;
-    QTest::newRow("refused") << Server::Closed << Response() << v
-                             << u"networkError: ConnectionRefusedError"_s << 1000;
-    QTest::newRow("accepted, never answered")
-        << Server::Plain << Response::hang() << v << u"networkError: TimeoutError"_s << 1500;
-    QTest::newRow("1 byte/s trickle") << Server::Plain << Response::json(okBody).trickled(1, 1000)
-                                      << v << u"networkError: TimeoutError"_s << 1500;
-    QTest::newRow("1 byte/s trickle, reaction")
-        << Server::Plain << Response::json(okBody).trickled(1, 1000) << r
-        << u"networkError: TimeoutError"_s << 1500;
-    QTest::newRow("truncated body") << Server::Plain << Response::json(okBody).truncated(10) << v
-                                    << u"networkError: RemoteHostClosedError"_s << 1000;
-    QTest::newRow("oversized, announced")
-        << Server::Plain << Response::json(okBody + big).delayed(rtt) << v
-        << u"networkError: UnknownContentError: The response body exceeds 262144 bytes"_s << 1000;
-    QTest::newRow("oversized, not announced")
-        << Server::Plain
-        << withoutLength(Response::json(okBody + big).delayed(rtt).trickled(32 * 1024, 1)) << v
-        << u"networkError: UnknownContentError: The response body exceeds 262144 bytes"_s << 1000;
-    QTest::newRow("oversized, reaction")
-        << Server::Plain << Response::json(big + big).delayed(rtt) << r << QString() << 1000;
-    QTest::newRow("compression bomb")
-        << Server::Plain
-        << Response::json(qCompress(QByteArray(64 * 1024 * 1024, ' '), 9).mid(4))
-               .header("Content-Encoding", "deflate")
-        << v << u"networkError: UnknownContentError"_s << 1500;
-    QTest::newRow("redirect to http")
-        << Server::Secure << redirectTo("{plain}/app_events/view") << v
-        << u"networkError: InsecureRedirectError: Refused to follow a redirect from https://"_s
-        << 1000;
-    QTest::newRow("redirect to another host")
-        << Server::Plain << redirectTo("http://localhost:{otherport}/app_events/view") << r
-        << u"networkError: InsecureRedirectError"_s << 1000;
-    QTest::newRow("redirect to another port")
-        << Server::Plain << redirectTo("{other}/app_events/view") << v
-        << u"networkError: InsecureRedirectError"_s << 1000;
-    QTest::newRow("not JSON") << Server::Plain << Response::json("<html>busy</html>") << v
-                              << u"networkError: decoding error"_s << 1000;
-    QTest::newRow("100,000-deep nesting")
-        << Server::Plain << Response::json(QByteArray(100000, '[') + QByteArray(100000, ']')) << v
-        << u"networkError: decoding error"_s << 1000;
-    QTest::newRow("TLS failure") << Server::Untrusted << Response() << v
-                                 << u"networkError: SslHandshakeFailedError"_s << 1000;
-    QTest::newRow("healthy HTTPS")
-        << Server::Secure << Response::json(okBody) << v << QString() << 1000;
+    const auto view = [](const char *name, const Response &response, const QString &outcome,
+                         int boundMs = 1000, Server server = Server::Plain) {
+        QTest::newRow(name) << server << response << Call::View << outcome << boundMs;
+    };
+    const auto reaction = [](const char *name, const Response &response, const QString &outcome,
+                             int boundMs = 1000) {
+        QTest::newRow(name) << Server::Plain << response << Call::Reaction << outcome << boundMs;
+    };
+    const QString closed = u"networkError: RemoteHostClosedError"_s;
+    const QString timeout = u"networkError: TimeoutError"_s;
+    const QString oversized
+        = u"networkError: UnknownContentError: The response body exceeds 262144 bytes"_s;
+    const QString insecure = u"networkError: InsecureRedirectError"_s;
+    view("500", Response::withStatus(500), u"serverError: 500"_s);
+    reaction("503 reaction", Response::withStatus(503, big).delayed(rtt), u"serverError: 503"_s);
+    view("400", Response::withStatus(400), u"clientError: 400"_s);
+    view("401", Response::withStatus(401), u"clientError: 401"_s);
+    view("404 with a large body", Response::withStatus(404, big).delayed(rtt),
+         u"clientError: 404"_s);
+    view("reset before headers", Response::reset(), closed);
+    reaction("reset before headers, reaction", Response::reset(), closed);
+    reaction("closed before headers", Response::drop(), closed);
+    view("refused", Response(), u"networkError: ConnectionRefusedError"_s, 1000, Server::Closed);
+    view("accepted, never answered", Response::hang(), timeout, 1500);
+    view("1 byte/s trickle", Response::json(okBody).trickled(1, 1000), timeout, 1500);
+    reaction("1 byte/s trickle, reaction", Response::json(okBody).trickled(1, 1000), timeout, 1500);
+    view("truncated body", Response::json(okBody).truncated(10), closed);
+    view("oversized, announced", Response::json(okBody + big).delayed(rtt), oversized);
+    view("oversized, not announced",
+         withoutLength(Response::json(okBody + big).delayed(rtt).trickled(32 * 1024, 1)),
+         oversized);
+    reaction("oversized, reaction", Response::json(big + big).delayed(rtt), QString());
+    view("compression bomb",
+         Response::json(qCompress(QByteArray(64 * 1024 * 1024, ' '), 9).mid(4))
+             .header("Content-Encoding", "deflate"),
+         u"networkError: UnknownContentError"_s, 1500);
+    view("redirect to http", redirectTo("{plain}/app_events/view"),
+         insecure + u": Refused to follow a redirect from https://"_s, 1000, Server::Secure);
+    reaction("redirect to another host", redirectTo("http://localhost:{otherport}/app_events/view"),
+             insecure);
+    view("redirect to another port", redirectTo("{other}/app_events/view"), insecure);
+    view("not JSON", Response::json("<html>busy</html>"), u"networkError: decoding error"_s);
+    view("100,000-deep nesting", Response::json(QByteArray(100000, '[') + QByteArray(100000, ']')),
+         u"networkError: decoding error"_s);
+    view("TLS failure", Response(), u"networkError: SslHandshakeFailedError"_s, 1000,
+         Server::Untrusted);
+    view("healthy HTTPS", Response::json(okBody), QString(), 1000, Server::Secure);
 }
 
 void tst_Faults::fault()
@@ -191,24 +174,11 @@ void tst_Faults::fault()
     m_plain.setDefaultResponse(response);
     m_secure.setDefaultResponse(response);
 
-    QString host;
-    switch (server) {
-    case Server::Plain:
-        host = m_plain.baseUrl().toString();
-        break;
-    case Server::Secure:
-        host = m_secure.baseUrl().toString();
-        break;
-    case Server::Untrusted:
-        host = m_untrusted.baseUrl().toString();
-        break;
-    case Server::Closed: {
-        HttpServer closed;
-        QVERIFY(closed.listen());
-        host = closed.baseUrl().toString();
-        break;
-    }
-    }
+    HttpServer closed; // closed at once: a port nothing listens on
+    QVERIFY(closed.listen());
+    const HttpServer *servers[] = { &m_plain, &m_secure, &m_untrusted, &closed };
+    const QString host = servers[int(server)]->baseUrl().toString();
+    closed.close();
 
     APIClient client;
     client.setTimeouts({ 800ms, 800ms, 800ms });
