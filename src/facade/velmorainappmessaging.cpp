@@ -19,6 +19,10 @@
 
 #include <QWidget>
 #endif
+#if VELMORA_WITH_QUICK
+#include "frontend/quickfrontend.h"
+#include "modal/quickpopupmodalpresenter.h"
+#endif
 
 using namespace Qt::StringLiterals;
 
@@ -36,6 +40,11 @@ FrontEnd defaultFrontEnd()
         frontEnd.makeBannerPresenter = &widgets::makeBannerPresenter;
         frontEnd.findTopTarget = [] { return static_cast<QObject *>(widgets::findTopWidget()); };
     }
+#endif
+#if VELMORA_WITH_QUICK
+    if (quick::isQuickHost())
+        frontEnd.makeModalPresenter
+            = [] { return std::make_unique<quick::QuickPopupModalPresenter>(); };
 #endif
     return frontEnd;
 }
