@@ -88,7 +88,6 @@ private Q_SLOTS:
     void retriesPerCategory();
     void connectionFailureRetriesTwice();
     void mixedCategoriesCountSeparately();
-    void successSavesIdentity();
     void expiryDuringWaitCancels();
     void boxEndsOnce();
     void handlerReachesService();
@@ -103,6 +102,19 @@ private Q_SLOTS:
 
 private:
     void send() { m_service->sendReaction(EventsReactionType::Click, u"home"_s, u"sc-1"_s); }
+    static MessageService::ReactionOutcome outcome(const QSignalSpy &finished)
+    {
+        return finished.first().at(2).value<MessageService::ReactionOutcome>();
+    }
+    void givesUpAfterTwoConnectionRetries(const QString &host)
+    {
+        m_config->setup(u"key"_s, u"tenant"_s, host);
+        QSignalSpy finished(m_service.get(), &MessageService::reactionFinished);
+        send();
+        QVERIFY(finished.wait());
+        QCOMPARE(outcome(finished), MessageService::ReactionOutcome::GivenUp);
+        QCOMPARE(m_sleeper.waits, (QList<std::chrono::milliseconds> { 1000ms, 2000ms }));
+    }
 
     QTemporaryDir m_dir;
     HttpServer m_server;
@@ -130,7 +142,8 @@ void tst_ReactionDelivery::init()
     m_config->setup(u"key"_s, u"tenant"_s, m_server.baseUrl().toString());
     m_repository = std::make_shared<UserIdentityRepository>(
         SDKUserDefaults(std::make_shared<SettingsUserDefaults>(
-            m_dir.filePath(QString::fromLatin1(QTest::currentTestFunction()) + u".ini"_s))));
+            m_dir.filePath(QString::fromLatin1(QTest::currentTestFunction())
+                           + QString::fromLatin1(QTest::currentDataTag()) + u".ini"_s))));
     m_coordinator = std::make_unique<test::RecordingCoordinator>(&m_log);
     m_service = std::make_unique<MessageService>(m_config, m_repository, m_coordinator.get());
     m_service->setSleeper(m_sleeper.sleeper());
@@ -144,27 +157,24 @@ void tst_ReactionDelivery::retriesPerCategory_data()
     QTest::addColumn<QList<int>>("waits");
     QTest::addColumn<bool>("delivered");
 
-    QTest::newRow("success") << QList<Response> { Response::json("{}") } << 1 << QList<int> {}
-                             << true;
-    QTest::newRow("server error twice")
-        << QList<Response> { Response::withStatus(503), Response::withStatus(500) } << 2
-        << QList<int> { 1000 } << false;
-    QTest::newRow("server error then success")
-        << QList<Response> { Response::withStatus(502), Response::json("{}") } << 2
-        << QList<int> { 1000 } << true;
-    QTest::newRow("3xx is a server error")
-        << QList<Response> { Response::withStatus(304), Response::withStatus(304) } << 2
-        << QList<int> { 1000 } << false;
-    QTest::newRow("client error") << QList<Response> { Response::withStatus(400) } << 1
-                                  << QList<int> {} << false;
+    const auto row
+        = [](const char *name, const QList<Response> &responses, int sends, const QList<int> &waits,
+             bool delivered) { QTest::newRow(name) << responses << sends << waits << delivered; };
+    // A delivered reaction stores the identity its answer carries; a failed one stores nothing.
+    const Response ok = Response::json("{}").header("X-VORPEX-VISITOR-ID", "from-reaction");
+    row("success", { ok }, 1, {}, true);
+    row("server error twice", { Response::withStatus(503), Response::withStatus(500) }, 2, { 1000 },
+        false);
+    row("server error then success", { Response::withStatus(502), ok }, 2, { 1000 }, true);
+    row("3xx is a server error", { Response::withStatus(304), Response::withStatus(304) }, 2,
+        { 1000 }, false);
+    row("client error", { Response::withStatus(400), ok }, 1, {}, false);
     // The server may have acted on a request whose connection closed before the answer, so
     // neither Qt nor the policy sends it again.
-    QTest::newRow("dropped connection is sent once")
-        << QList<Response> { Response::drop(), Response::drop(), Response::drop() } << 1
-        << QList<int> {} << false;
-    QTest::newRow("reset connection is sent once")
-        << QList<Response> { Response::reset(), Response::reset(), Response::reset() } << 1
-        << QList<int> {} << false;
+    row("dropped connection is sent once", { Response::drop(), Response::drop(), ok }, 1, {},
+        false);
+    row("reset connection is sent once", { Response::reset(), Response::reset(), ok }, 1, {},
+        false);
 }
 
 void tst_ReactionDelivery::retriesPerCategory()
@@ -178,7 +188,7 @@ void tst_ReactionDelivery::retriesPerCategory()
     QSignalSpy finished(m_service.get(), &MessageService::reactionFinished);
     send();
     QVERIFY(finished.wait());
-    QCOMPARE(finished.first().at(2).value<MessageService::ReactionOutcome>(),
+    QCOMPARE(outcome(finished),
              delivered ? MessageService::ReactionOutcome::Delivered
                        : MessageService::ReactionOutcome::GivenUp);
     QTest::qWait(50); // a re-send by Qt itself would arrive now
@@ -189,6 +199,8 @@ void tst_ReactionDelivery::retriesPerCategory()
     QCOMPARE(actualWaits, waits);
     QCOMPARE(m_tasks->names, QStringList { u"VelmoraReactionSend"_s });
     QCOMPARE(m_tasks->ended, QList<BackgroundTaskProvider::TaskId> { 1 });
+    QCOMPARE(m_repository->visitorId(),
+             delivered ? std::optional(u"from-reaction"_s) : std::nullopt);
 
     const auto body = m_server.lastRequest().json().object();
     QCOMPARE(m_server.lastRequest().target, u"/app_events/reaction"_s);
@@ -201,14 +213,9 @@ void tst_ReactionDelivery::connectionFailureRetriesTwice()
 {
     HttpServer closed;
     QVERIFY(closed.listen());
-    m_config->setup(u"key"_s, u"tenant"_s, closed.baseUrl().toString());
+    const QString host = closed.baseUrl().toString();
     closed.close();
-    QSignalSpy finished(m_service.get(), &MessageService::reactionFinished);
-    send();
-    QVERIFY(finished.wait());
-    QCOMPARE(finished.first().at(2).value<MessageService::ReactionOutcome>(),
-             MessageService::ReactionOutcome::GivenUp);
-    QCOMPARE(m_sleeper.waits, (QList<std::chrono::milliseconds> { 1000ms, 2000ms }));
+    givesUpAfterTwoConnectionRetries(host);
 }
 
 void tst_ReactionDelivery::mixedCategoriesCountSeparately()
@@ -235,16 +242,6 @@ void tst_ReactionDelivery::mixedCategoriesCountSeparately()
     QVERIFY(!result->hasValue());
 }
 
-void tst_ReactionDelivery::successSavesIdentity()
-{
-    m_server.setDefaultResponse(
-        Response::json("{}").header("X-VORPEX-VISITOR-ID", "from-reaction"));
-    QSignalSpy finished(m_service.get(), &MessageService::reactionFinished);
-    send();
-    QVERIFY(finished.wait());
-    QCOMPARE(m_repository->visitorId(), std::optional(u"from-reaction"_s));
-}
-
 void tst_ReactionDelivery::expiryDuringWaitCancels()
 {
     m_sleeper.hold = true;
@@ -258,8 +255,7 @@ void tst_ReactionDelivery::expiryDuringWaitCancels()
     QTest::qWait(100);
     QCOMPARE(m_server.requestCount(), 1); // no further send
     QCOMPARE(finished.size(), 1);
-    QCOMPARE(finished.first().at(2).value<MessageService::ReactionOutcome>(),
-             MessageService::ReactionOutcome::Cancelled);
+    QCOMPARE(outcome(finished), MessageService::ReactionOutcome::Cancelled);
     QCOMPARE(m_tasks->ended, QList<BackgroundTaskProvider::TaskId> { 1 });
 }
 
@@ -329,7 +325,7 @@ void tst_ReactionDelivery::foregroundReactionRunsToItsEnd()
     send();
     QVERIFY(finished.wait(3000));
     QLoggingCategory::setFilterRules(QString());
-    QCOMPARE(finished.first().at(2).value<MessageService::ReactionOutcome>(), outcome);
+    QCOMPARE(tst_ReactionDelivery::outcome(finished), outcome);
     QCOMPARE(provider->activeTaskCount(), 0);
 }
 
@@ -439,13 +435,7 @@ void tst_ReactionDelivery::unreachableInPrivateNetworkChild()
     QFETCH(QString, host);
     if (qEnvironmentVariable("VELMORA_PRIVATE_NETWORK") != u"1")
         QSKIP("runs inside unreachableInPrivateNetwork()");
-    m_config->setup(u"key"_s, u"tenant"_s, host);
-    QSignalSpy finished(m_service.get(), &MessageService::reactionFinished);
-    send();
-    QVERIFY(finished.wait());
-    QCOMPARE(finished.first().at(2).value<MessageService::ReactionOutcome>(),
-             MessageService::ReactionOutcome::GivenUp);
-    QCOMPARE(m_sleeper.waits, (QList<std::chrono::milliseconds> { 1000ms, 2000ms }));
+    givesUpAfterTwoConnectionRetries(host);
 }
 
 QTEST_MAIN(tst_ReactionDelivery)
