@@ -24,6 +24,15 @@ FocusScope {
     readonly property real stackHeight: stack.implicitHeight + 2 * style.contentInsets
     readonly property rect cardFrame: modal.cardFrame(Qt.size(width, height), imageHeight + stackHeight)
 
+    // Focus starts on the close button without a ring, which would only puzzle a pointer user;
+    // the rings show from the first move of the keyboard's focus on.
+    property bool keyboardNavigated: false
+    readonly property Item focusedItem: Window.activeFocusItem
+    onFocusedItemChanged: {
+        if (focusedItem && focusedItem !== closeButton)
+            keyboardNavigated = true
+    }
+
     focus: true
     Keys.onEscapePressed: modal.closeButtonActivated()
 
@@ -202,7 +211,9 @@ FocusScope {
         }
 
         IAMCloseButton {
+            id: closeButton
             objectName: "closeButton"
+            palette.highlight: root.keyboardNavigated ? root.palette.highlight : "transparent"
             x: parent.width - width
             width: root.style.closeButtonArea
             height: root.style.closeButtonArea
