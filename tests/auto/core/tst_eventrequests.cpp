@@ -127,24 +127,22 @@ void tst_EventRequests::customValueDecoding_data()
     QTest::addColumn<int>("type"); // -1: unsupported
 
     using T = CustomValue::Type;
-    QTest::newRow("integer") << QByteArray("3") << int(T::Integer);
-    QTest::newRow("int64 max keeps its precision")
-        << QByteArray("9223372036854775807") << int(T::Integer);
-    QTest::newRow("int64 min") << QByteArray("-9223372036854775808") << int(T::Integer);
-    QTest::newRow("whole double is an integer") << QByteArray("3.0") << int(T::Integer);
-    QTest::newRow("fraction") << QByteArray("3.25") << int(T::Double);
-    QTest::newRow("beyond int64") << QByteArray("1e20") << int(T::Double);
-    QTest::newRow("bool") << QByteArray("false") << int(T::Bool);
-    QTest::newRow("string") << QByteArray(R"("3")") << int(T::String);
-    QTest::newRow("empty array is bool array") << QByteArray("[]") << int(T::BoolArray);
-    QTest::newRow("bools") << QByteArray("[true, false]") << int(T::BoolArray);
-    QTest::newRow("integers") << QByteArray("[1, 2]") << int(T::IntegerArray);
-    QTest::newRow("mixed numbers") << QByteArray("[1, 2.5]") << int(T::DoubleArray);
-    QTest::newRow("strings") << QByteArray(R"(["a", "b"])") << int(T::StringArray);
-    QTest::newRow("mixed types") << QByteArray(R"([1, "a"])") << -1;
-    QTest::newRow("null") << QByteArray("null") << -1;
-    QTest::newRow("object") << QByteArray(R"({"a": 1})") << -1;
-    QTest::newRow("nested array") << QByteArray("[[1]]") << -1;
+    // A whole double is an integer; int64's ends keep their precision.
+    const std::pair<T, QList<QByteArray>> types[]
+        = { { T::Integer, { "3", "9223372036854775807", "-9223372036854775808", "3.0" } },
+            { T::Double, { "3.25", "1e20" } },
+            { T::Bool, { "false" } },
+            { T::String, { R"("3")" } },
+            { T::BoolArray, { "[]", "[true, false]" } },
+            { T::IntegerArray, { "[1, 2]" } },
+            { T::DoubleArray, { "[1, 2.5]" } },
+            { T::StringArray, { R"(["a", "b"])" } } };
+    for (const auto &[type, values] : types) {
+        for (const QByteArray &json : values)
+            QTest::addRow("%s", json.constData()) << json << int(type);
+    }
+    for (const char *json : { R"([1, "a"])", "null", R"({"a": 1})", "[[1]]" })
+        QTest::addRow("unsupported %s", json) << QByteArray(json) << -1;
 }
 
 void tst_EventRequests::customValueDecoding()
@@ -165,22 +163,21 @@ void tst_EventRequests::customValueDecoding()
 
 void tst_EventRequests::builderMerges_data()
 {
-    QTest::addColumn<QList<CustomParameterEntry>>("entries");
-    QTest::addColumn<QList<CustomParameterEntry>>("expected");
+    using Entries = QList<CustomParameterEntry>;
+    QTest::addColumn<Entries>("entries");
+    QTest::addColumn<Entries>("expected");
 
-    QTest::newRow("empty") << QList<CustomParameterEntry> {} << QList<CustomParameterEntry> {};
+    QTest::newRow("empty") << Entries {} << Entries {};
     QTest::newRow("later value may change type")
-        << QList<CustomParameterEntry> { putString(u"x"_s, u"a"_s), putBoolean(u"x"_s, true) }
-        << QList<CustomParameterEntry> { putBoolean(u"x"_s, true) };
-    QTest::newRow("keys are case-sensitive") << QList<CustomParameterEntry> {
-        putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s)
-    } << QList<CustomParameterEntry> { putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s) };
+        << Entries { putString(u"x"_s, u"a"_s), putBoolean(u"x"_s, true) }
+        << Entries { putBoolean(u"x"_s, true) };
+    QTest::newRow("keys are case-sensitive")
+        << Entries { putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s) }
+        << Entries { putString(u"Plan"_s, u"a"_s), putString(u"plan"_s, u"b"_s) };
     QTest::newRow("first position, last value")
-        << QList<CustomParameterEntry> { putInteger(u"a"_s, 1), putInteger(u"b"_s, 2),
-                                         putInteger(u"a"_s, 3), putInteger(u"c"_s, 4),
-                                         putInteger(u"a"_s, 5) }
-        << QList<CustomParameterEntry> { putInteger(u"a"_s, 5), putInteger(u"b"_s, 2),
-                                         putInteger(u"c"_s, 4) };
+        << Entries { putInteger(u"a"_s, 1), putInteger(u"b"_s, 2), putInteger(u"a"_s, 3),
+                     putInteger(u"c"_s, 4), putInteger(u"a"_s, 5) }
+        << Entries { putInteger(u"a"_s, 5), putInteger(u"b"_s, 2), putInteger(u"c"_s, 4) };
 }
 
 void tst_EventRequests::builderMerges()
