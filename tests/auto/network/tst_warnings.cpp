@@ -1,5 +1,4 @@
 #include "common/logging.h"
-#include "network/apiresponse.h"
 
 #include <QElapsedTimer>
 #include <QTest>
@@ -49,7 +48,6 @@ class tst_Warnings : public QObject
 private Q_SLOTS:
     void escaped_data();
     void escaped();
-    void serverTextCannotForgeWarnings();
     void unreadStandardOutputDoesNotBlock();
 };
 
@@ -72,17 +70,6 @@ void tst_Warnings::escaped()
     QFETCH(QString, text);
     QFETCH(QString, line);
     QCOMPARE(collectWarnings([&] { detail::printWarning(text); }), QStringList { prefix + line });
-}
-
-void tst_Warnings::serverTextCannotForgeWarnings()
-{
-    const QByteArray body = R"({"actions": [{"meta": {"scenario_id": "s", "updated_at":
-        "2024\r\n[VelmoraInAppMessaging][WARNING] forged\r\n", "action_type": "x"}}]})";
-    const QStringList lines = collectWarnings([&] { QVERIFY(decodeAPIResponse(body)); });
-    QCOMPARE(lines.size(), 1);
-    QVERIFY2(!lines.first().contains(u'\n') && !lines.first().contains(u'\r'),
-             qPrintable(lines.first()));
-    QVERIFY(lines.first().contains(u"2024\\r\\n[VelmoraInAppMessaging][WARNING] forged"_s));
 }
 
 void tst_Warnings::unreadStandardOutputDoesNotBlock()
