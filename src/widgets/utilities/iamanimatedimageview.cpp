@@ -330,11 +330,13 @@ const IAMAnimatedImageView::Rendered &IAMAnimatedImageView::rendered(qreal ratio
 
 const QImage &IAMAnimatedImageView::expandedFrame()
 {
+    // An animation may mix 8-bit frames with 32-bit ones, which need no expanding.
+    if (m_frame.format() == QImage::Format_ARGB32_Premultiplied
+        || m_frame.format() == QImage::Format_RGB32)
+        return m_frame;
     if (m_frame.format() != QImage::Format_Indexed8) {
-        if (m_frame.format() != QImage::Format_ARGB32_Premultiplied
-            && m_frame.format() != QImage::Format_RGB32)
-            m_expanded = m_frame.convertToFormat(QImage::Format_ARGB32_Premultiplied);
-        return m_expanded.isNull() ? m_frame : m_expanded;
+        m_expanded = m_frame.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+        return m_expanded;
     }
     // By hand rather than with convertToFormat(), which would allocate a new image per frame.
     const QImage::Format format

@@ -111,11 +111,24 @@ QImage solid(QColor color)
     return image;
 }
 
-// Delays 0.1, 0.5 and 0.1 seconds: frame 1 from 0.1 to 0.6, frame 2 until 0.7.
+// Delays 0.1, 0.5 and 0.1 seconds: frame 1 from 0.1 to 0.6, frame 2 until 0.7. The middle
+// frame is 32-bit, as a decoder leaves a frame of too many colours.
 LoadedImage threeFrames()
 {
     return LoadedImage::animated(AnimatedImageSource(
-        { solid(Qt::red), solid(Qt::green), solid(Qt::blue) }, { 0.1, 0.5, 0.1 }, { 8, 8 }));
+        { solid(Qt::red), solid(Qt::green).convertToFormat(QImage::Format_RGB32), solid(Qt::blue) },
+        { 0.1, 0.5, 0.1 }, { 8, 8 }));
+}
+
+// The colour the view paints in its middle, at 1x and 2x.
+QList<QColor> paintedColors(QWidget *view)
+{
+    QList<QColor> colors;
+    for (const qreal ratio : { 1.0, 2.0 }) {
+        const QImage image = renderAt(view, ratio);
+        colors << image.pixelColor(image.width() / 2, image.height() / 2);
+    }
+    return colors;
 }
 
 LoadedImage still(QColor color)
@@ -434,11 +447,14 @@ void tst_WidgetsUtilities::imageViewPlaysOnlyInAWindow()
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
     QVERIFY(view->isAnimating());
+    QCOMPARE(paintedColors(view), QList<QColor>(2, QColor(Qt::red)));
     m_now = 300ms;
     QTRY_COMPARE(view->currentFrameIndex(), 1);
+    QCOMPARE(paintedColors(view), QList<QColor>(2, QColor(Qt::green)));
     m_now = 650ms;
     QTRY_COMPARE(view->currentFrameIndex(), 2);
     COMPARE_COLOR(view->currentImage().pixelColor(0, 0), QColor(Qt::blue));
+    QCOMPARE(paintedColors(view), QList<QColor>(2, QColor(Qt::blue)));
 
     window.hide();
     QVERIFY(!view->isAnimating());
