@@ -11,7 +11,9 @@
 #include "presentation/actionclassification.h"
 #include <VelmoraInAppMessaging/displayposition.h>
 
+#include <QObject>
 #include <QStringList>
+#include <QUrl>
 
 namespace fixtures {
 
@@ -72,5 +74,17 @@ inline QList<ClassifiedPopupBanner> popupPairs(const QStringList &tokens)
     }
     return pairs;
 }
+
+// Stands in for the system's URL opener, as a host intercepting links would.
+class UrlRecorder : public QObject
+{
+    Q_OBJECT
+
+public:
+    QStringList *log = nullptr;
+
+public Q_SLOTS:
+    void open(const QUrl &url) { log->append(u"open "_s + url.toString()); }
+};
 
 } // namespace fixtures

@@ -26,18 +26,6 @@ QList<EmbeddedComponentUpdate> updates(const QString &tokens)
 
 } // namespace
 
-// Stands in for the system's URL opener, as a host intercepting links would.
-class UrlRecorder : public QObject
-{
-    Q_OBJECT
-
-public:
-    QStringList *log = nullptr;
-
-public Q_SLOTS:
-    void open(const QUrl &url) { log->append(u"open "_s + url.toString()); }
-};
-
 class EmbeddedBannerStoreTest : public QObject
 {
     Q_OBJECT
@@ -133,7 +121,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, ops);
         QStringList log;
-        UrlRecorder opener;
+        fixtures::UrlRecorder opener;
         opener.log = &log;
         // Catch-all handlers too, so that a link opened by mistake is seen, not launched.
         const QStringList schemes

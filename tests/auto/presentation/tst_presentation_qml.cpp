@@ -65,18 +65,6 @@ QtObject {
 }
 )";
 
-// Stands in for the system's URL opener, as a host intercepting links would.
-class UrlRecorder : public QObject
-{
-    Q_OBJECT
-
-public:
-    QStringList *log = nullptr;
-
-public Q_SLOTS:
-    void open(const QUrl &url) { log->append(u"open "_s + url.toString()); }
-};
-
 class QmlBindingTest : public QObject
 {
     Q_OBJECT
@@ -226,7 +214,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, ops);
         QStringList log;
-        UrlRecorder opener;
+        fixtures::UrlRecorder opener;
         opener.log = &log;
         QDesktopServices::setUrlHandler(u"https"_s, &opener, "open");
         auto unset = qScopeGuard([] { QDesktopServices::unsetUrlHandler(u"https"_s); });
