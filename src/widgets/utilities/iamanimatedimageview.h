@@ -100,7 +100,8 @@ public:
 
 Q_SIGNALS:
     void loadFinished(QSize pixelSize);
-    /// The animation moved on to another frame, which has just been made ready to paint.
+    /// The animation moved on to another frame; it is expanded and resampled once, when the
+    /// view next paints.
     void frameChanged(int index);
 
 protected:
