@@ -278,11 +278,12 @@ void tst_ResponseDecoding::actionKeptOrSkipped_data()
     const auto skipped = [](const char *name, const QByteArray &json, const QString &text = {}) {
         QTest::newRow(name) << json << false << 0 << text;
     };
+    const auto modal = [](const QByteArray &rest) { return action("popup_modal", rest); };
     const auto banner = [](const QByteArray &layout) {
         return action("popup_banner", creative + R"(, "layout": )" + layout);
     };
-    const QString modal = u"popup_modal"_s;
-    kept("modal", action("popup_modal", creative), T::PopupModal, modal);
+    const QString m = u"popup_modal"_s;
+    kept("modal", modal(creative), T::PopupModal, m);
     kept("banner", action("popup_banner", creative), T::PopupBanner, u"popup_banner"_s);
     kept("embedded", action("embedded_banner", creative), T::EmbeddedBanner, u"embedded_banner"_s);
     kept("upper-case type is unsupported", action("POPUP_MODAL", creative), T::Unsupported,
@@ -292,21 +293,17 @@ void tst_ResponseDecoding::actionKeptOrSkipped_data()
          action("carousel",
                 R"("creative": 5, "layout": {"size": {"width": {"length": 0, "unit": "px"}}})"),
          T::Unsupported, u"carousel"_s);
-    kept("modal ignores a broken layout",
-         action("popup_modal", creative + R"(, "layout": {"location": 3})"), T::PopupModal, modal);
-    kept("creative_type unknown is ignored",
-         action("popup_modal", creative + R"(, "creative_type": "carousel")"), T::PopupModal,
-         modal);
-    kept("creative_type malformed is ignored",
-         action("popup_modal", creative + R"(, "creative_type": {"x": 1})"), T::PopupModal, modal);
-    skipped("supported without creative", action("popup_modal"));
-    skipped("creative without image",
-            action("popup_modal", R"("creative": {"title": {"text": "t"}})"));
-    skipped("image url not a string",
-            action("popup_modal", R"("creative": {"image": {"url": 3}})"));
+    kept("modal ignores a broken layout", modal(creative + R"(, "layout": {"location": 3})"),
+         T::PopupModal, m);
+    kept("creative_type unknown is ignored", modal(creative + R"(, "creative_type": "carousel")"),
+         T::PopupModal, m);
+    kept("creative_type malformed is ignored", modal(creative + R"(, "creative_type": {"x": 1})"),
+         T::PopupModal, m);
+    skipped("supported without creative", modal({}));
+    skipped("creative without image", modal(R"("creative": {"title": {"text": "t"}})"));
+    skipped("image url not a string", modal(R"("creative": {"image": {"url": 3}})"));
     skipped("title without text",
-            action("popup_modal",
-                   R"("creative": {"image": {"url": ""}, "title": {"text_color": "FFFFFF"}})"));
+            modal(R"("creative": {"image": {"url": ""}, "title": {"text_color": "FFFFFF"}})"));
     skipped("element not an object", "42");
     skipped("meta missing", R"({"creative": {}})", u"meta"_s);
     skipped("scenario_id missing",
@@ -427,14 +424,10 @@ void tst_ResponseDecoding::popupBannerLayout()
     QCOMPARE((QList<double> { banner.margin.top, banner.margin.bottom, banner.margin.left,
                               banner.margin.right }),
              margin);
-    QString actualSize = u"none"_s;
-    if (banner.size) {
-        actualSize
-            = u'w' + QString::number(banner.size->width.length) + rawValue(banner.size->width.unit);
-        if (banner.size->height)
-            actualSize += u",h"_s + QString::number(banner.size->height->length)
-                + rawValue(banner.size->height->unit);
-    }
+    const auto &bannerSize = banner.size;
+    const QString actualSize = !bannerSize ? u"none"_s
+                                           : u'w' + dump(bannerSize->width)
+            + (bannerSize->height ? u",h"_s + dump(bannerSize->height) : QString());
     QCOMPARE(actualSize, size);
 }
 
