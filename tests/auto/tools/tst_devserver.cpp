@@ -172,24 +172,22 @@ void tst_DevServer::options_data()
     // Accepted: "<base path> <failure fraction>"; refused: a piece of the message.
     QTest::addColumn<QString>("expected");
 
-    const QString base = u"--campaigns . --state s "_s;
-    QTest::newRow("defaults") << base << u"/vorpex/v1 1"_s;
-    QTest::newRow("base path normalised") << base + u"--base-path api/v2//"_s << u"/api/v2 1"_s;
-    QTest::newRow("fraction with a status")
-        << base + u"--fail-status 503 --fail-fraction 0.25"_s << u"/vorpex/v1 0.25"_s;
+    const auto row = [](const char *name, const QString &arguments, const QString &expected) {
+        QTest::newRow(name) << u"--campaigns . --state s "_s + arguments << expected;
+    };
+    row("defaults", {}, u"/vorpex/v1 1"_s);
+    row("base path normalised", u"--base-path api/v2//"_s, u"/api/v2 1"_s);
+    row("fraction with a status", u"--fail-status 503 --fail-fraction 0.25"_s,
+        u"/vorpex/v1 0.25"_s);
     QTest::newRow("no campaigns") << QString() << u"--campaigns DIR is required"_s;
     QTest::newRow("campaigns not a folder") << u"--campaigns /no/such/dir"_s << u"not a folder"_s;
-    QTest::newRow("fraction alone")
-        << base + u"--fail-fraction 0.5"_s << u"need --fail-status or --fail-drop"_s;
-    QTest::newRow("status and drop")
-        << base + u"--fail-status 500 --fail-drop"_s << u"exclude each other"_s;
-    QTest::newRow("fraction above 1")
-        << base + u"--fail-drop --fail-fraction 1.5"_s << u"from 0 to 1"_s;
-    QTest::newRow("status not a status") << base + u"--fail-status 42"_s << u"--fail-status must"_s;
-    QTest::newRow("unknown endpoint")
-        << base + u"--fail-drop --fail-only images"_s << u"\"view\" or \"reaction\""_s;
-    QTest::newRow("same ports") << base + u"--port 8080 --https-port 8080"_s << u"must differ"_s;
-    QTest::newRow("stray argument") << base + u"extra"_s << u"\"extra\""_s;
+    row("fraction alone", u"--fail-fraction 0.5"_s, u"need --fail-status or --fail-drop"_s);
+    row("status and drop", u"--fail-status 500 --fail-drop"_s, u"exclude each other"_s);
+    row("fraction above 1", u"--fail-drop --fail-fraction 1.5"_s, u"from 0 to 1"_s);
+    row("status not a status", u"--fail-status 42"_s, u"--fail-status must"_s);
+    row("unknown endpoint", u"--fail-drop --fail-only images"_s, u"\"view\" or \"reaction\""_s);
+    row("same ports", u"--port 8080 --https-port 8080"_s, u"must differ"_s);
+    row("stray argument", u"extra"_s, u"\"extra\""_s);
 }
 
 void tst_DevServer::options()
