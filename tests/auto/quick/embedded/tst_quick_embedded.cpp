@@ -1,0 +1,398 @@
+// IAMEmbeddedBanner in a QML host: screens fetched from a loopback back end, images from a
+// loopback HTTPS server, reactions read back from the requests the back end received.
+#include "httpserver/httpserver.h"
+
+#include <VelmoraInAppMessaging/velmorainappmessaging.h>
+
+#include <QAccessible>
+#include <QBuffer>
+#include <QDesktopServices>
+#include <QDir>
+#include <QGuiApplication>
+#include <QJsonDocument>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QStandardPaths>
+#include <QTemporaryFile>
+#include <QTest>
+
+#include <cstdio>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using velmora::loopback::Certificate;
+using velmora::loopback::HttpServer;
+using velmora::loopback::Response;
+
+namespace {
+
+QByteArray png()
+{
+    QImage image(40, 20, QImage::Format_RGB32);
+    image.fill(Qt::red);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "PNG");
+    return bytes;
+}
+
+QByteArray embedded(const QString &component, const QString &imageUrl, const QString &title)
+{
+    const QByteArray titleJson
+        = title.isEmpty() ? QByteArray() : R"(, "title": {"text": ")" + title.toUtf8() + R"("})";
+    return R"({"status": "ok", "actions": [{"meta": {"scenario_id": "s-)" + component.toUtf8()
+        + R"(", "updated_at": "2026-01-01T00:00:00Z", "priority": 10, "action_type": "embedded_banner"}, "creative_type": "single_message", "creative": {"image": {"url": ")"
+        + imageUrl.toUtf8()
+        + R"(", "link_url": "https://shop.example/sale"}, "button": {"text": "Shop"})" + titleJson
+        + R"(}, "layout": {"component_id": ")" + component.toUtf8() + R"("}}]})";
+}
+
+// Standard output into a file for as long as it lives.
+class StdoutCapture
+{
+public:
+    StdoutCapture()
+    {
+        m_file.open();
+        std::fflush(stdout);
+        m_saved = ::dup(STDOUT_FILENO);
+        ::dup2(m_file.handle(), STDOUT_FILENO);
+    }
+    ~StdoutCapture() { release(); }
+    QByteArray release()
+    {
+        if (m_saved >= 0) {
+            std::fflush(stdout);
+            ::dup2(m_saved, STDOUT_FILENO);
+            ::close(m_saved);
+            m_saved = -1;
+        }
+        m_file.seek(0);
+        return m_file.readAll();
+    }
+
+private:
+    QTemporaryFile m_file;
+    int m_saved = -1;
+};
+
+} // namespace
+
+class tst_QuickEmbedded : public QObject
+{
+    Q_OBJECT
+
+public Q_SLOTS:
+    // Links the banner opens, instead of a browser.
+    void openUrl(const QUrl &url) { m_opened.append(url); }
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void init();
+    void cleanup();
+    void warnsOncePerComponentId();
+    void innermostScreenNameWins_data();
+    void innermostScreenNameWins();
+    void showsOnlyOnItsScreen_data();
+    void showsOnlyOnItsScreen();
+    void shimmerWhileLoading_data();
+    void shimmerWhileLoading();
+    void revealsAndReportsOpenOnce_data();
+    void revealsAndReportsOpenOnce();
+
+private:
+    QQuickItem *show(const QByteArray &body);
+    QQuickItem *slot(const char *name = "slot") const;
+    QStringList reactions() const;
+
+    HttpServer m_api;
+    HttpServer m_images;
+    QQmlEngine m_engine;
+    std::unique_ptr<QQuickWindow> m_window;
+    std::unique_ptr<QQuickItem> m_root;
+    QList<QUrl> m_opened;
+};
+
+void tst_QuickEmbedded::initTestCase()
+{
+    QStandardPaths::setTestModeEnabled(true);
+    QVERIFY(Certificate::shared());
+    QSslConfiguration::setDefaultConfiguration(Certificate::shared()->clientConfiguration());
+    QVERIFY(m_api.listen(HttpServer::Mode::Http));
+    QVERIFY(m_images.listen(HttpServer::Mode::Https));
+    m_images.setResponse(u"/ok.png"_s, Response::withStatus(200, png()));
+    QDesktopServices::setUrlHandler(u"https"_s, this, "openUrl");
+    velmora::VelmoraInAppMessaging::shared().setup(u"key"_s, u"tenant"_s,
+                                                   m_api.url(u"/vorpex/v1"_s).toString());
+}
+
+void tst_QuickEmbedded::cleanupTestCase()
+{
+    QDesktopServices::unsetUrlHandler(u"https"_s);
+}
+
+void tst_QuickEmbedded::init()
+{
+    // No banner of an earlier test may show before this test's screen starts.
+    QQmlComponent reset(&m_engine);
+    reset.setData(
+        "import QtQml\nimport Velmora.InAppMessaging\n"
+        "QtObject { Component.onCompleted: IAMSupport.embeddedBannerStore.clearAll(\"\") }",
+        QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"reset.qml"_s)));
+    std::unique_ptr<QObject>(reset.create());
+
+    m_api.clearRoutes();
+    m_api.clear();
+    m_opened.clear();
+    m_api.setDefaultResponse(Response::json(R"({"status": "ok", "actions": []})"));
+    m_window = std::make_unique<QQuickWindow>();
+    m_window->resize(300, 600);
+    m_window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+}
+
+void tst_QuickEmbedded::cleanup()
+{
+    m_root.reset();
+    m_window.reset();
+}
+
+QQuickItem *tst_QuickEmbedded::show(const QByteArray &body)
+{
+    QQmlComponent component(&m_engine);
+    component.setData("import QtQuick\nimport Velmora.InAppMessaging\nItem { width: 300; height: "
+                      "600\n"
+                          + body + "\n}",
+                      QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"inline.qml"_s)));
+    m_root.reset(qobject_cast<QQuickItem *>(component.create()));
+    if (!m_root) {
+        qWarning().noquote() << component.errorString();
+        return nullptr;
+    }
+    m_root->setParentItem(m_window->contentItem());
+    return m_root.get();
+}
+
+QQuickItem *tst_QuickEmbedded::slot(const char *name) const
+{
+    return m_root->findChild<QQuickItem *>(QString::fromLatin1(name));
+}
+
+QStringList tst_QuickEmbedded::reactions() const
+{
+    QStringList out;
+    for (const auto &request : m_api.requests()) {
+        if (request.path().endsWith(u"/reaction"))
+            out << request.json()[u"reaction"_s].toString();
+    }
+    return out;
+}
+
+void tst_QuickEmbedded::warnsOncePerComponentId()
+{
+    StdoutCapture capture;
+    // Neither the explicit name nor a second slot of the same id adds a line.
+    QQuickItem *root = show(R"(
+        Column {
+            IAMEmbeddedBanner { componentId: "orphan" }
+            IAMEmbeddedBanner { componentId: "orphan" }
+            IAMEmbeddedBanner { componentId: "named"; screenName: "home" }
+        })");
+    QVERIFY(root);
+    QCoreApplication::processEvents();
+    show(R"(IAMEmbeddedBanner { componentId: "orphan" })");
+    QCoreApplication::processEvents();
+    const QByteArray out = capture.release();
+    QCOMPARE(out,
+             "[VelmoraInAppMessaging][WARNING] IAMEmbeddedBanner { componentId: \"orphan\" } could "
+             "not resolve a screenName and will never display. Place it under VelmoraScreen, or "
+             "pass the screenName argument explicitly.\n");
+}
+
+void tst_QuickEmbedded::innermostScreenNameWins_data()
+{
+    QTest::addColumn<QByteArray>("explicitName");
+    QTest::addColumn<bool>("moveOut");
+    QTest::addColumn<QVariant>("expected");
+
+    QTest::newRow("innermost") << QByteArray("undefined") << false << QVariant(u"inner"_s);
+    QTest::newRow("moved to the outer screen")
+        << QByteArray("undefined") << true << QVariant(u"outer"_s);
+    QTest::newRow("explicit") << QByteArray("\"mine\"") << false << QVariant(u"mine"_s);
+}
+
+void tst_QuickEmbedded::innermostScreenNameWins()
+{
+    QFETCH(QByteArray, explicitName);
+    QFETCH(bool, moveOut);
+    QFETCH(QVariant, expected);
+
+    // Any item declaring iamScreenName is a screen to the banners inside it.
+    QVERIFY(show(R"(
+        Item {
+            objectName: "outer"
+            property string iamScreenName: "outer"
+            Item {
+                Item {
+                    property string iamScreenName: "inner"
+                    Item { IAMEmbeddedBanner { objectName: "slot"; componentId: "c"; screenName: )"
+                 + explicitName + " } }\n}\n}\n}"));
+    if (moveOut)
+        slot()->setParentItem(slot("outer"));
+    QCOMPARE(slot()->property("resolvedScreenName"), expected);
+}
+
+void tst_QuickEmbedded::showsOnlyOnItsScreen_data()
+{
+    QTest::addColumn<QByteArray>("explicitName");
+    QTest::addColumn<bool>("revealed");
+
+    QTest::newRow("inherited") << QByteArray("undefined") << true;
+    QTest::newRow("same screen named") << QByteArray("\"home\"") << true;
+    QTest::newRow("another screen") << QByteArray("\"cart\"") << false;
+}
+
+void tst_QuickEmbedded::showsOnlyOnItsScreen()
+{
+    QFETCH(QByteArray, explicitName);
+    QFETCH(bool, revealed);
+
+    m_api.setResponse(u"/vorpex/v1/app_events/view"_s,
+                      Response::json(embedded(u"hero"_s, QString(), u"Spring sale"_s)));
+    QVERIFY(show(R"(
+        VelmoraScreen {
+            screenName: "home"
+            anchors.fill: parent
+            IAMEmbeddedBanner { objectName: "slot"; componentId: "hero"; width: 300; screenName: )"
+                 + explicitName + " }\n}"));
+    QTRY_VERIFY(slot()->property("banner").isValid());
+    if (revealed) {
+        QTRY_VERIFY(slot()->property("revealed").toBool());
+        QTRY_COMPARE(reactions(), QStringList { u"open"_s });
+    } else {
+        QTest::qWait(100);
+        QVERIFY(!slot()->property("revealed").toBool());
+        QVERIFY(!slot("iamEmbeddedContent"));
+        QCOMPARE(reactions(), QStringList());
+    }
+    QCOMPARE(slot()->implicitHeight() > 0, revealed);
+}
+
+void tst_QuickEmbedded::shimmerWhileLoading_data()
+{
+    QTest::addColumn<bool>("placeholder");
+
+    QTest::newRow("with placeholder") << true;
+    QTest::newRow("without") << false;
+}
+
+void tst_QuickEmbedded::shimmerWhileLoading()
+{
+    QFETCH(bool, placeholder);
+
+    m_api.setResponse(
+        u"/vorpex/v1/app_events/view"_s,
+        Response::json(embedded(u"hero"_s, QString(), u"Spring sale"_s)).delayed(500));
+    QVERIFY(show(R"(
+        VelmoraScreen {
+            screenName: "home"
+            anchors.fill: parent
+            IAMEmbeddedBanner { objectName: "slot"; componentId: "hero"; width: 300; showsLoadingPlaceholder: )"
+                 + QByteArray(placeholder ? "true" : "false") + " }\n}"));
+    QQuickItem *shimmer = slot("iamEmbeddedShimmer");
+    QVERIFY(shimmer);
+    QTRY_VERIFY(m_api.requestCount() >= 1);
+    QTRY_COMPARE(shimmer->isVisible(), placeholder);
+    QCOMPARE(shimmer->property("sweeping").toBool(), placeholder);
+    QCOMPARE(slot()->implicitHeight(), placeholder ? 150.0 : 0.0);
+
+    QTRY_VERIFY(slot()->property("revealed").toBool());
+    QVERIFY(!shimmer->isVisible());
+    QVERIFY(!shimmer->property("sweeping").toBool());
+}
+
+void tst_QuickEmbedded::revealsAndReportsOpenOnce_data()
+{
+    QTest::addColumn<QString>("image"); // a path on the image server, or nothing
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<bool>("revealed");
+    QTest::addColumn<bool>("imageShown");
+    QTest::addColumn<QString>("accessibleName");
+
+    QTest::newRow("image") << u"/ok.png"_s << QString() << true << true << u"Banner"_s;
+    QTest::newRow("image and text") << u"/ok.png"_s << u"Sale"_s << true << true << u"Sale"_s;
+    QTest::newRow("text only") << QString() << u"Sale"_s << true << false << u"Sale"_s;
+    QTest::newRow("failed image with text")
+        << u"/missing.png"_s << u"Sale"_s << true << false << u"Sale"_s;
+    // Every creative here has a button, which does not count as text.
+    QTest::newRow("failed image without text")
+        << u"/missing.png"_s << QString() << false << false << QString();
+}
+
+void tst_QuickEmbedded::revealsAndReportsOpenOnce()
+{
+    QFETCH(QString, image);
+    QFETCH(QString, title);
+    QFETCH(bool, revealed);
+    QFETCH(bool, imageShown);
+    QFETCH(QString, accessibleName);
+
+    const QString url = image.isEmpty() ? QString() : m_images.url(image).toString();
+    m_api.setResponse(u"/vorpex/v1/app_events/view"_s,
+                      Response::json(embedded(u"hero"_s, url, title)));
+    // Two slots of one component: one open between them.
+    QVERIFY(show(R"(
+        VelmoraScreen {
+            screenName: "home"
+            anchors.fill: parent
+            Column {
+                width: 300
+                IAMEmbeddedBanner { objectName: "slot"; componentId: "hero"; width: 300 }
+                IAMEmbeddedBanner { objectName: "twin"; componentId: "hero"; width: 300 }
+            }
+        })"));
+    QTRY_VERIFY(slot()->property("banner").isValid());
+    QQuickItem *content = slot("iamEmbeddedContent");
+    QVERIFY(content);
+    // Settled: the image has loaded or failed.
+    QTRY_VERIFY(!slot()->property("placeholderShown").toBool()
+                && !content->property("pending").toBool());
+    QTRY_COMPARE(slot("twin")->property("revealed").toBool(), revealed);
+    QCOMPARE(slot()->property("revealed").toBool(), revealed);
+    QCOMPARE(content->opacity(), revealed ? 1.0 : 0.0);
+    QCOMPARE(slot("iamEmbeddedImage")->isVisible(), imageShown);
+    // The column lays out before the next frame.
+    QTRY_COMPARE(slot()->implicitHeight() > 0, revealed);
+    QTest::qWait(100);
+    QCOMPARE(reactions(), revealed ? QStringList { u"open"_s } : QStringList());
+    if (!revealed)
+        return;
+
+    QAccessibleInterface *accessible = QAccessible::queryAccessibleInterface(content);
+    QVERIFY(accessible);
+    QCOMPARE(accessible->role(), QAccessible::Button);
+    QCOMPARE(accessible->text(QAccessible::Name), accessibleName);
+    if (imageShown) {
+        accessible = QAccessible::queryAccessibleInterface(slot("iamEmbeddedImage"));
+        QCOMPARE(accessible->role(), QAccessible::Link);
+        QCOMPARE(accessible->text(QAccessible::Name), u"Open link"_s);
+    }
+
+    QTest::mouseClick(m_window.get(), Qt::LeftButton, {},
+                      slot()->mapToScene(QPointF(150, slot()->implicitHeight() / 2)).toPoint());
+    QTRY_COMPARE(reactions(), (QStringList { u"open"_s, u"click"_s }));
+    QCOMPARE(m_opened, QList { QUrl(u"https://shop.example/sale"_s) });
+}
+
+int main(int argc, char **argv)
+{
+    QGuiApplication app(argc, argv);
+    tst_QuickEmbedded test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_quick_embedded.moc"
