@@ -1,8 +1,11 @@
 #include "facade/qmlsupport.h"
 
+#include "facade/qmlcustomparameter.h"
 #include "facade/velmorainappmessaging_p.h"
 #include "presentation/embeddedbannerstore.h"
 #include "presentation/popupbannerstore.h"
+
+#include <QQmlEngine>
 
 namespace velmora::quick {
 
@@ -31,6 +34,24 @@ QObject *QmlSupport::embeddedBannerStore() const
 QObject *QmlSupport::colors() const
 {
     return m_colors;
+}
+
+QVariant QmlSupport::customParameter(const QString &type, const QJSValue &key,
+                                     const QJSValue &value)
+{
+    QString error;
+    if (const auto entry = customparameter::make(type, key, value, &error))
+        return QVariant::fromValue(*entry);
+    if (QJSEngine *engine = qjsEngine(this))
+        engine->throwError(QJSValue::TypeError, error);
+    return {};
+}
+
+void QmlSupport::reportBannerDisappeared(const QString &position)
+{
+    PopupBannerStore *store = facade()->popupBannerStore.get();
+    if (store->dismissalMode() == PopupBannerStore::DismissalMode::AfterViewDisappears)
+        store->bannerDidDisappear(position);
 }
 
 } // namespace velmora::quick

@@ -2,6 +2,7 @@
 
 #include "presentation/colors.h"
 
+#include <QJSValue>
 #include <QObject>
 #include <QVariant>
 #include <QtQml/qqmlregistration.h>
@@ -26,6 +27,14 @@ public:
     QObject *popupBannerStore() const;
     QObject *embeddedBannerStore() const;
     QObject *colors() const;
+
+    /// A custom parameter entry of `type` (see CustomParameter.qml); throws a TypeError for a
+    /// value of another type.
+    Q_INVOKABLE QVariant customParameter(const QString &type, const QJSValue &key,
+                                         const QJSValue &value);
+    /// A popup banner view has left the screen at `position`; tells the store when it waits
+    /// for that to show the next banner there.
+    Q_INVOKABLE void reportBannerDisappeared(const QString &position);
 
 private:
     Colors *m_colors;
