@@ -1,0 +1,380 @@
+// The popup modal of a QML-only host, reached as such a host reaches it: screens of a QML window
+// viewed through VelmoraScreen, a loopback back end, the facade's signals.
+#include "httpserver/httpserver.h"
+
+#include <VelmoraInAppMessaging/velmorainappmessaging.h>
+
+#include <QAnimationDriver>
+#include <QBuffer>
+#include <QDesktopServices>
+#include <QDir>
+#include <QGuiApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace velmora;
+using velmora::loopback::Certificate;
+using velmora::loopback::HttpServer;
+using velmora::loopback::RecordedRequest;
+using velmora::loopback::Response;
+
+namespace {
+
+// Fades move only when a test says so.
+class ManualAnimationDriver : public QAnimationDriver
+{
+public:
+    qint64 elapsed() const override { return m_elapsed; }
+    void advanceBy(qint64 msecs)
+    {
+        QCoreApplication::processEvents();
+        m_elapsed += msecs;
+        advance();
+        QCoreApplication::processEvents();
+    }
+
+private:
+    qint64 m_elapsed = 0;
+};
+
+QByteArray png(QSize size)
+{
+    QImage image(size, QImage::Format_RGB32);
+    image.fill(Qt::red);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "PNG");
+    return bytes;
+}
+
+const char hostQml[] = R"(
+    import QtQuick
+    import Velmora.InAppMessaging
+    Window {
+        property string screen
+        width: 400; height: 800; visible: true
+        VelmoraScreen { anchors.fill: parent; screenName: "a"; visible: screen === "a" }
+        VelmoraScreen { anchors.fill: parent; screenName: "b"; visible: screen === "b" }
+    })";
+
+QList<QQuickWindow *> modalWindows()
+{
+    QList<QQuickWindow *> modals;
+    const auto windows = QGuiApplication::allWindows();
+    for (QWindow *window : windows) {
+        if (window->objectName() == u"popupModal")
+            modals << qobject_cast<QQuickWindow *>(window);
+    }
+    return modals;
+}
+
+QQuickWindow *visibleModal()
+{
+    const auto modals = modalWindows();
+    for (QQuickWindow *modal : modals) {
+        if (modal->isVisible())
+            return modal;
+    }
+    return nullptr;
+}
+
+QQuickItem *item(QQuickWindow *window, const QString &name)
+{
+    return window->contentItem()->findChild<QQuickItem *>(name);
+}
+
+} // namespace
+
+class LinkRecorder : public QObject
+{
+    Q_OBJECT
+public:
+    QStringList *log = nullptr;
+public Q_SLOTS:
+    void open(const QUrl &url) { *log << u"link:"_s + url.toString(); }
+};
+
+class tst_QuickModal : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void init();
+    void cleanup();
+    void coversTheFocusWindow();
+    void actions_data();
+    void actions();
+    void replacementIsSilentAndLateDismissalHarmless();
+    void noForegroundWindow();
+
+private:
+    void serve(const QString &screen, const QString &imageLink = {}, const QString &buttonLink = {},
+               int delayMs = 0);
+    QQuickWindow *showScreen(const QString &screen);
+    QStringList reactions() const;
+    void finishFades() { m_animations.advanceBy(350); }
+
+    ManualAnimationDriver m_animations;
+    HttpServer m_api;
+    HttpServer m_images;
+    LinkRecorder m_links;
+    QHash<QString, Response> m_responses;
+    QQmlEngine m_engine;
+    std::unique_ptr<QWindow> m_host;
+    QStringList m_log;
+};
+
+void tst_QuickModal::initTestCase()
+{
+    QVERIFY(Certificate::shared());
+    // Before the library's first request, which takes the default configuration.
+    QSslConfiguration::setDefaultConfiguration(Certificate::shared()->clientConfiguration());
+    QVERIFY(m_api.listen(HttpServer::Mode::Http));
+    QVERIFY(m_images.listen(HttpServer::Mode::Https));
+    m_images.setDefaultResponse(Response::withStatus(200, png({ 200, 100 })));
+    m_api.setDefaultHandler([this](const RecordedRequest &request) {
+        const QString screen = request.json()[u"meta"_s][u"screen_name"_s].toString();
+        return request.path().endsWith(u"/view") && m_responses.contains(screen)
+            ? m_responses.value(screen)
+            : Response::json(R"({"status": "ok", "actions": []})");
+    });
+    m_links.log = &m_log;
+    QDesktopServices::setUrlHandler(u"https"_s, &m_links, "open");
+
+    auto &facade = VelmoraInAppMessaging::shared();
+    facade.setup(u"key"_s, u"tenant"_s, m_api.url(u"/vorpex/v1"_s).toString());
+    connect(&facade, &VelmoraInAppMessaging::messageClicked, this,
+            [this] { m_log << u"clicked"_s; });
+    connect(&facade, &VelmoraInAppMessaging::messageDismissed, this,
+            [this] { m_log << u"dismissed"_s; });
+    connect(&facade, &VelmoraInAppMessaging::messageError, this,
+            [this](const auto &, const VelmoraError &error) { m_log << error.description(); });
+    m_animations.install();
+}
+
+void tst_QuickModal::cleanupTestCase()
+{
+    QDesktopServices::unsetUrlHandler(u"https"_s);
+}
+
+void tst_QuickModal::init()
+{
+    QQmlComponent component(&m_engine);
+    component.setData(hostQml,
+                      QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"host.qml"_s)));
+    m_host.reset(qobject_cast<QWindow *>(component.create()));
+    QVERIFY2(m_host, qPrintable(component.errorString()));
+    m_host->requestActivate();
+    QVERIFY(QTest::qWaitForWindowActive(m_host.get()));
+}
+
+void tst_QuickModal::cleanup()
+{
+    VelmoraInAppMessaging::shared().dismissAll();
+    m_host.reset();
+    QTRY_VERIFY(modalWindows().isEmpty());
+    m_responses.clear();
+    m_api.clear();
+    m_log.clear();
+}
+
+void tst_QuickModal::serve(const QString &screen, const QString &imageLink,
+                           const QString &buttonLink, int delayMs)
+{
+    const QJsonObject action {
+        { u"meta"_s,
+          QJsonObject { { u"scenario_id"_s, screen },
+                        { u"updated_at"_s, u"2026-01-01T00:00:00Z"_s },
+                        { u"action_type"_s, u"popup_modal"_s } } },
+        { u"creative_type"_s, u"single_message"_s },
+        { u"creative"_s,
+          QJsonObject {
+              { u"image"_s,
+                QJsonObject { { u"url"_s, m_images.url(u"/p.png"_s).toString() },
+                              { u"link_url"_s, imageLink } } },
+              { u"title"_s, QJsonObject { { u"text"_s, screen.toUpper() } } },
+              { u"button"_s,
+                QJsonObject { { u"text"_s, u"Go"_s }, { u"link_url"_s, buttonLink } } } } },
+    };
+    const QJsonObject body { { u"status"_s, u"ok"_s }, { u"actions"_s, QJsonArray { action } } };
+    m_responses.insert(screen, Response::json(QJsonDocument(body).toJson()).delayed(delayMs));
+}
+
+QQuickWindow *tst_QuickModal::showScreen(const QString &screen)
+{
+    m_host->setProperty("screen", screen);
+    if (!QTest::qWaitFor([] { return visibleModal(); }, 5000))
+        return nullptr;
+    QQuickWindow *modal = visibleModal();
+    // Its picture is in once the card has the picture's 2:1 shape (170 of a 340-wide card).
+    if (!QTest::qWaitFor([modal] { return item(modal, u"coverImage"_s)->height() == 170; }, 5000))
+        return nullptr;
+    finishFades();
+    return modal;
+}
+
+QStringList tst_QuickModal::reactions() const
+{
+    QStringList out;
+    const auto requests = m_api.requests();
+    for (const auto &request : requests) {
+        if (request.path().endsWith(u"/reaction"))
+            out << request.json()[u"reaction"_s].toString() + u":"_s
+                    + request.json()[u"scenario_id"_s].toString();
+    }
+    return out;
+}
+
+void tst_QuickModal::coversTheFocusWindow()
+{
+    serve(u"a"_s, u"https://example.com/image"_s);
+    QQuickWindow *modal = showScreen(u"a"_s);
+    QVERIFY(modal);
+    QCOMPARE(modal->transientParent(), m_host.get());
+    QVERIFY(modal->flags().testFlag(Qt::FramelessWindowHint));
+    QCOMPARE(modal->geometry(), m_host->geometry());
+    QCOMPARE(modal->title(), u"A"_s);
+    QCOMPARE(item(modal, u"dim"_s)->property("color").value<QColor>().alpha(), qRound(0.4 * 255));
+    const QQuickItem *card = item(modal, u"card"_s);
+    QCOMPARE(card->opacity(), 1.0);
+    QCOMPARE(QRectF(card->x(), card->y(), card->width(), card->height()).toRect(),
+             QRect(30, 400 - int(card->height()) / 2, 340, int(card->height())));
+    QTRY_COMPARE(reactions(), QStringList { u"open:a"_s });
+
+    // The keyboard starts on the way out and cycles through what can be activated.
+    QTRY_COMPARE(modal->activeFocusItem(), item(modal, u"closeButton"_s));
+    for (const QString &next : { u"coverImage"_s, u"button"_s, u"closeButton"_s }) {
+        QTest::keyClick(modal, Qt::Key_Tab);
+        QCOMPARE(modal->activeFocusItem(), item(modal, next));
+    }
+
+    // It goes with its host and lays the card out again.
+    m_host->setGeometry(QRect(m_host->position() + QPoint(30, 20), QSize(360, 700)));
+    QTRY_COMPARE(modal->geometry(), m_host->geometry());
+    QTRY_COMPARE(card->width(), 306.0);
+}
+
+void tst_QuickModal::actions_data()
+{
+    QTest::addColumn<QString>("control");
+    QTest::addColumn<QString>("imageLink");
+    QTest::addColumn<QString>("buttonLink");
+    QTest::addColumn<QStringList>("expectedReactions");
+    QTest::addColumn<QStringList>("expectedLog");
+
+    const QString link = u"https://example.com/x"_s;
+    const QStringList closed { u"open:a"_s, u"close:a"_s };
+    const QStringList clicked { u"open:a"_s, u"click:a"_s };
+    QTest::newRow("close button") << u"closeButton"_s << link << link << closed
+                                  << QStringList { u"dismissed"_s };
+    QTest::newRow("escape") << u"Escape"_s << link << link << closed
+                            << QStringList { u"dismissed"_s };
+    QTest::newRow("button with link")
+        << u"button"_s << QString() << link << clicked
+        << QStringList { u"clicked"_s, u"link:"_s + link, u"dismissed"_s };
+    QTest::newRow("button without link") << u"button"_s << link << QString() << clicked
+                                         << QStringList { u"clicked"_s, u"dismissed"_s };
+    QTest::newRow("button with custom scheme")
+        << u"button"_s << QString() << u"shop://cart"_s << clicked
+        << QStringList { u"clicked"_s, u"precondition: Unsupported URL scheme: shop://cart"_s,
+                         u"dismissed"_s };
+    // The image keeps the modal open.
+    QTest::newRow("linked image") << u"coverImage"_s << link << QString() << clicked
+                                  << QStringList { u"clicked"_s, u"link:"_s + link };
+    QTest::newRow("image without link")
+        << u"coverImage"_s << QString() << link << QStringList { u"open:a"_s } << QStringList();
+}
+
+void tst_QuickModal::actions()
+{
+    QFETCH(QString, control);
+    QFETCH(QString, imageLink);
+    QFETCH(QString, buttonLink);
+    QFETCH(QStringList, expectedReactions);
+    QFETCH(QStringList, expectedLog);
+
+    serve(u"a"_s, imageLink, buttonLink);
+    QQuickWindow *modal = showScreen(u"a"_s);
+    QVERIFY(modal);
+    QTRY_COMPARE(reactions().size(), 1);
+    if (control == u"Escape") {
+        QTest::keyClick(modal, Qt::Key_Escape);
+    } else {
+        const QQuickItem *target = item(modal, control);
+        QTest::mouseClick(
+            modal, Qt::LeftButton, {},
+            target->mapToScene(QPointF(target->width() / 2, target->height() / 2)).toPoint());
+    }
+    const bool closes = expectedLog.contains(u"dismissed"_s);
+    if (closes) {
+        // Dismissed, and close, only once the fade-out has run.
+        QVERIFY(!m_log.contains(u"dismissed"_s));
+        QCOMPARE(visibleModal(), modal);
+        finishFades();
+    }
+    QTRY_COMPARE(reactions(), expectedReactions);
+    QCOMPARE(m_log, expectedLog);
+    if (closes) {
+        // Nothing is left of it, and the host has the keyboard again.
+        QTRY_VERIFY(modalWindows().isEmpty());
+        QTRY_COMPARE(QGuiApplication::focusWindow(), m_host.get());
+    } else {
+        QTest::qWait(50);
+        QCOMPARE(reactions(), expectedReactions);
+        QCOMPARE(visibleModal(), modal);
+    }
+}
+
+void tst_QuickModal::replacementIsSilentAndLateDismissalHarmless()
+{
+    serve(u"a"_s);
+    serve(u"b"_s);
+    QQuickWindow *first = showScreen(u"a"_s);
+    QVERIFY(first);
+    // The first modal is closing when the second one arrives; its fade-out ends afterwards.
+    QTest::keyClick(first, Qt::Key_Escape);
+    m_host->setProperty("screen", u"b"_s);
+    QTRY_VERIFY(visibleModal() && visibleModal()->title() == u"B");
+    QQuickWindow *second = visibleModal();
+    QCOMPARE(second->transientParent(), m_host.get());
+    finishFades();
+    QTest::qWait(50);
+    QTRY_COMPARE(modalWindows(), QList<QQuickWindow *> { second });
+    QVERIFY(second->isVisible());
+    QCOMPARE(m_log, QStringList());
+    QTRY_COMPARE(reactions(), (QStringList { u"open:a"_s, u"open:b"_s }));
+}
+
+void tst_QuickModal::noForegroundWindow()
+{
+    serve(u"a"_s, {}, {}, 300);
+    m_host->setProperty("screen", u"a"_s);
+    QTRY_COMPARE(m_api.requestCount(), 1);
+    m_host->hide();
+    QTRY_COMPARE(m_log,
+                 QStringList { u"precondition: Could not find a foreground window scene to "
+                               u"display the popup modal."_s });
+    QVERIFY(modalWindows().isEmpty());
+    QTest::qWait(50);
+    QCOMPARE(reactions(), QStringList());
+}
+
+int main(int argc, char **argv)
+{
+    // A QML-only host: no QApplication.
+    QGuiApplication app(argc, argv);
+    tst_QuickModal test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_quick_modal.moc"
