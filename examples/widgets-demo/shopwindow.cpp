@@ -17,6 +17,8 @@
 #include <QTabWidget>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 using velmora::IAMUIEmbeddedBanner;
 
@@ -395,7 +397,6 @@ void ShopWindow::reportScreen()
     const Screen screen = currentScreen();
     const QString name = screenName(screen);
     velmora::VelmoraInAppMessaging::shared().screenView(name, screenWidget(screen));
-    Q_EMIT screenReported(name);
 }
 
 } // namespace shopdemo

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QColor>
 #include <QList>
 #include <QMainWindow>
 #include <QString>
@@ -44,10 +45,6 @@ public:
 
     /// Reports the current screen once the window is shown.
     void start();
-
-Q_SIGNALS:
-    /// A screen was reported to the library.
-    void screenReported(const QString &screenName);
 
 private:
     struct Product

@@ -65,8 +65,10 @@ int Tour::run()
     if (QWidget *modal = visibleModal()) {
         // The close button sits on the card, in the modal's own window.
         const auto closeButtons = modal->findChildren<QWidget *>(u"closeButton"_s);
-        if (!closeButtons.isEmpty() && click(closeButtons.first()))
+        if (!closeButtons.isEmpty()) {
+            click(closeButtons.first());
             waitFor([this] { return !visibleModal(); }, 3000);
+        }
         settle(400);
     }
     save(u"02-home"_s);
@@ -153,7 +155,7 @@ QList<QWidget *> Tour::visibleBannerControls(const QString &objectName) const
     return controls;
 }
 
-bool Tour::click(QWidget *widget)
+void Tour::click(QWidget *widget)
 {
     const QPointF local = QRectF(widget->rect()).center();
     const QPointF global = widget->mapToGlobal(local);
@@ -164,7 +166,6 @@ bool Tour::click(QWidget *widget)
     QApplication::sendEvent(widget, &press);
     QApplication::sendEvent(widget, &release);
     settle(50);
-    return true;
 }
 
 void Tour::save(const QString &name)

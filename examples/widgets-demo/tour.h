@@ -30,7 +30,7 @@ private:
     void save(const QString &name);
     QWidget *visibleModal() const;
     QList<QWidget *> visibleBannerControls(const QString &objectName) const;
-    bool click(QWidget *widget);
+    void click(QWidget *widget);
 
     ShopWindow *m_window;
     QString m_outputDir;

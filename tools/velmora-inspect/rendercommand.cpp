@@ -25,6 +25,7 @@
 #include <QSslConfiguration>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 
@@ -168,9 +169,10 @@ Outcome renderModal(const Options &options, const ClassifiedModal &modal)
     const auto *cover = view->findChild<IAMAnimatedImageView *>(u"coverImage"_s);
     bool loaded = modal.content.creative.image.url.isEmpty();
     if (cover && !loaded) {
-        QObject::connect(cover, &IAMAnimatedImageView::loadFinished, view,
-                         [&loaded] { loaded = true; });
+        const QMetaObject::Connection finished = QObject::connect(
+            cover, &IAMAnimatedImageView::loadFinished, view, [&loaded] { loaded = true; });
         waitFor([&] { return loaded || cover->loadedImage().has_value(); }, imageTimeoutMs);
+        QObject::disconnect(finished);
     }
     settle(fadeMs);
     Outcome outcome { grab(screen.get(), options.dpr, view),
