@@ -28,7 +28,7 @@ VelmoraScreen {
             spacing: 10
             Label {
                 text: page.cart.length === 0 ? qsTr("Your cart is empty.")
-                                             : qsTr("%n item(s)", "", page.cart.length)
+                    : page.cart.length === 1 ? qsTr("1 item") : qsTr("%1 items").arg(page.cart.length)
                 font.bold: true
             }
             Repeater {
