@@ -242,7 +242,6 @@ QWidget *ShopWindow::makeCart()
     column->addWidget(heading(u"Your cart"_s, 22, content));
     m_cartList = new QListWidget(content);
     m_cartList->setFrameShape(QFrame::NoFrame);
-    m_cartList->setMaximumHeight(120);
     column->addWidget(m_cartList);
     m_cartTotal = heading(QString(), 16, content);
     column->addWidget(m_cartTotal);
@@ -380,6 +379,9 @@ void ShopWindow::updateCart()
                             product.name + u"  \u00b7  "_s + product.price, m_cartList);
         total += product.price.toDouble();
     }
+    // As tall as its rows, so the form follows right below.
+    const int rows = int(std::clamp(m_cart.size(), qsizetype(1), qsizetype(4)));
+    m_cartList->setFixedHeight(rows * m_cartList->sizeHintForRow(0) + 8);
     m_cartTotal->setText(m_cart.isEmpty() ? u"Nothing here yet"_s
                                           : u"Total "_s + QString::number(total, 'f', 2));
 }

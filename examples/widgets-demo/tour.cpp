@@ -10,6 +10,8 @@
 #include <QElapsedTimer>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QWindow>
 
 #include <cstdio>
@@ -90,6 +92,9 @@ int Tour::run()
     save(u"05-cart"_s);
     for (QWidget *close : visibleBannerControls(u"closeButton"_s))
         click(close);
+    // Down to the slot at the end of the form.
+    if (auto *scroll = m_window->screenWidget(ShopWindow::Screen::Cart)->findChild<QScrollArea *>())
+        scroll->verticalScrollBar()->setValue(scroll->verticalScrollBar()->maximum());
     settle(600);
     save(u"06-cart-closed"_s);
 
