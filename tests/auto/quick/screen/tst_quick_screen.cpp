@@ -3,6 +3,7 @@
 
 #include <VelmoraInAppMessaging/velmorainappmessaging.h>
 
+#include <QAccessible>
 #include <QBuffer>
 #include <QDesktopServices>
 #include <QDir>
@@ -113,7 +114,7 @@ void tst_QuickScreen::initTestCase()
     m_images.setResponse(u"/tall.png"_s, Response::withStatus(200, png({ 100, 400 }, Qt::blue)));
     m_images.setResponse(u"/missing.png"_s, Response::withStatus(404));
     m_images.setResponse(u"/slow.png"_s,
-                         Response::withStatus(200, png({ 400, 100 }, Qt::red)).delayed(400));
+                         Response::withStatus(200, png({ 400, 100 }, Qt::red)).delayed(2000));
 
     auto &facade = VelmoraInAppMessaging::shared();
     facade.setup(u"key"_s, u"tenant"_s, m_api.url(u"/vorpex/v1"_s).toString());
@@ -496,6 +497,15 @@ void tst_QuickScreen::clickAndCloseReachTheServerInOrder()
         QTest::mouseClick(window, Qt::LeftButton, {}, item->mapToScene(at).toPoint());
     };
 
+    const auto accessible = [](QQuickItem *item) {
+        QAccessibleInterface *interface = QAccessible::queryAccessibleInterface(item);
+        return interface ? std::pair(interface->role(), interface->text(QAccessible::Name))
+                         : std::pair(QAccessible::NoRole, QString());
+    };
+    QCOMPARE(accessible(card), std::pair(QAccessible::Grouping, u"Tap"_s));
+    QCOMPARE(accessible(image), std::pair(QAccessible::Link, u"Open link"_s));
+    QCOMPARE(accessible(button), std::pair(QAccessible::Button, u"Buy"_s));
+
     tap(image, QPointF(image->width() / 2, image->height() / 2));
     QCOMPARE(m_log, (QStringList { u"clicked"_s, u"link:https://example.com/image"_s }));
     tap(button, QPointF(button->width() / 2, 20));
@@ -531,7 +541,7 @@ void tst_QuickScreen::screenshots()
                 R"("image": {"url": ""}, "title": {"text": "Bottom, text only", "background_color": "FFE08A"}, "body": {"text": "Title on a background colour"}, "background_color": "F4F8FF")",
                 R"("location": "bottom", "margin": {"bottom": 24, "left": 16, "right": 16})") } },
         { u"sides-and-centre"_s,
-          { banner("c", R"("image": {"url": ")" + wide + R"("}})", R"("location": "top_left")"),
+          { banner("c", R"("image": {"url": ")" + wide + R"("})", R"("location": "top_left")"),
             banner(
                 "d",
                 R"("image": {"url": ""}, "title": {"text": "Centre right"}, "button": {"text": "Go", "background_color": "2E7D32"})",
@@ -539,7 +549,7 @@ void tst_QuickScreen::screenshots()
             banner(
                 "e",
                 R"("image": {"url": ")" + slow
-                    + R"("}, "title": {"text": "Loading image"}, "body": {"text": "placeholder while it loads"}})",
+                    + R"("}, "title": {"text": "Loading image"}, "body": {"text": "placeholder while it loads"})",
                 R"("location": "bottom_left", "size": {"width": {"length": 80, "unit": "percentage"}})") } },
     };
     QDir().mkpath(dir);
