@@ -153,6 +153,7 @@ QQuickWindow *tst_QuickScreen::load(const QByteArray &screenBody, const QByteArr
 {
     const QByteArray qml = R"(
         import QtQuick
+        import QtQuick.Controls
         import Velmora.InAppMessaging
         Window {
             width: 390; height: 844; visible: true; color: "#eeeeee"
@@ -163,20 +164,30 @@ QQuickWindow *tst_QuickScreen::load(const QByteArray &screenBody, const QByteArr
             property int contentClicks: 0
             property alias screen: screen
             function storeBanners() { return Object.keys(IAMSupport.popupBannerStore.popupBanners).join(",") }
-            Item {
+            // Another page pushed over the screen's page, popped again.
+            property bool covered: false
+            onCoveredChanged: covered ? stack.push(cover) : stack.pop()
+            Component { id: cover; Rectangle { color: "white" } }
+            StackView {
+                id: stack
                 anchors.fill: parent
-                visible: parentVisible
-                VelmoraScreen {
-                    id: screen
-                    objectName: "screen"
-                    anchors.fill: parent
-                    visible: screenVisible
-                    screenName: "home"
-                    customParameter: function () { evaluations++; return )"
+                initialItem: Item {
+                    Item {
+                        anchors.fill: parent
+                        visible: parentVisible
+                        VelmoraScreen {
+                            id: screen
+                            objectName: "screen"
+                            anchors.fill: parent
+                            visible: screenVisible
+                            screenName: "home"
+                            customParameter: function () { evaluations++; return )"
         + customParameter + R"( }
-                    MouseArea { anchors.fill: parent; onClicked: contentClicks++ }
-                    )"
+                            MouseArea { anchors.fill: parent; onClicked: contentClicks++ }
+                            )"
         + screenBody + R"(
+                        }
+                    }
                 }
             }
         })";
@@ -238,8 +249,9 @@ QJsonArray tst_QuickScreen::lastViewCustom() const
 
 void tst_QuickScreen::fetchesOnEachAppearanceAndClearsOnHide_data()
 {
-    QTest::addColumn<QByteArray>("hidden");
+    QTest::addColumn<QByteArray>("hidden"); // set to false to hide, true to show again
     QTest::newRow("screen hidden") << QByteArray("screenVisible");
+    QTest::newRow("page covered") << QByteArray("!covered");
     QTest::newRow("ancestor hidden") << QByteArray("parentVisible");
     QTest::newRow("window hidden") << QByteArray("visible");
 }
@@ -256,7 +268,10 @@ void tst_QuickScreen::fetchesOnEachAppearanceAndClearsOnHide()
     QCOMPARE(m_root->property("evaluations").toInt(), 1);
 
     // Gone at once, silently: no dismissal, no close.
-    window->setProperty(hidden.constData(), false);
+    const bool inverted = hidden.startsWith('!');
+    if (inverted)
+        hidden.remove(0, 1);
+    window->setProperty(hidden.constData(), inverted);
     QTRY_VERIFY(views().isEmpty());
     QVariant keys;
     QMetaObject::invokeMethod(m_root.get(), "storeBanners", Q_RETURN_ARG(QVariant, keys));
@@ -265,7 +280,7 @@ void tst_QuickScreen::fetchesOnEachAppearanceAndClearsOnHide()
 
     // Back again: a new screen view, with the parameters of that moment.
     m_root->setProperty("plan", u"platinum"_s);
-    window->setProperty(hidden.constData(), true);
+    window->setProperty(hidden.constData(), !inverted);
     QTRY_COMPARE(requests(u"/view"_s).size(), 2);
     QCOMPARE(m_root->property("evaluations").toInt(), 2);
     QCOMPARE(lastViewCustom().first()[u"value"_s], u"platinum"_s);
@@ -464,7 +479,7 @@ void tst_QuickScreen::openAndImageFailure()
     QVERIFY(load(""));
     if (shown) {
         QTRY_COMPARE(requests(u"/reaction"_s), QStringList { u"open:o"_s });
-        QVERIFY(view()->property("shown").toBool());
+        QVERIFY(view() && view()->property("shown").toBool());
         QCOMPARE(view()->findChild<QQuickItem *>(u"coverImage"_s)->isVisible(), imageShown);
     } else {
         QTRY_VERIFY(!m_log.isEmpty());
