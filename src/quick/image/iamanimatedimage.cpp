@@ -156,7 +156,12 @@ void IAMAnimatedImage::itemChange(ItemChange change, const ItemChangeData &value
 {
     QQuickItem::itemChange(change, value);
     if (change == ItemSceneChange || change == ItemVisibleHasChanged) {
-        // Coming back starts the loop over, from the first frame.
+        // Coming back, to this window or another, starts the loop over from the first frame.
+        if (change == ItemSceneChange && isPlaying()) {
+            m_ticker.stop();
+            m_clock.stop();
+            Q_EMIT playingChanged();
+        }
         if (!isPlaying() && animatedSource() && m_shownIndex != 0)
             showFrame(0);
         updatePlayback(change == ItemSceneChange ? value.window : window());
