@@ -2,6 +2,8 @@
 
 #include "images/imageloader.h"
 
+#include <QPainter>
+#include <QPainterPath>
 #include <QQuickWindow>
 #include <QSGImageNode>
 #include <QSGTexture>
@@ -175,6 +177,35 @@ void IAMAnimatedImage::geometryChange(const QRectF &newGeometry, const QRectF &o
         update();
 }
 
+void IAMAnimatedImage::setTopCornerRadius(qreal radius)
+{
+    if (radius == m_topCornerRadius)
+        return;
+    m_topCornerRadius = radius;
+    m_textureDirty = true;
+    update();
+    Q_EMIT topCornerRadiusChanged();
+}
+
+QImage IAMAnimatedImage::textureImage(const QRectF &sourceRect, qreal imagePixelsPerPoint)
+{
+    m_cornersCutFor = sourceRect;
+    if (m_topCornerRadius <= 0)
+        return m_frame;
+    QImage image = m_frame.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    const qreal r = m_topCornerRadius * imagePixelsPerPoint;
+    // What lies outside the quarter circles in the two top corners of the part on show.
+    QPainterPath outside;
+    outside.addRect(QRectF(sourceRect.topLeft(), QSizeF(sourceRect.width(), r)));
+    QPainterPath rounded;
+    rounded.addRoundedRect(QRectF(sourceRect.topLeft(), QSizeF(sourceRect.width(), 2 * r)), r, r);
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setCompositionMode(QPainter::CompositionMode_Clear);
+    painter.fillPath(outside.subtracted(rounded), Qt::transparent);
+    return image;
+}
+
 QSGNode *IAMAnimatedImage::updatePaintNode(QSGNode *oldNode, UpdatePaintNodeData *)
 {
     auto *node = static_cast<QSGImageNode *>(oldNode);
@@ -188,32 +219,40 @@ QSGNode *IAMAnimatedImage::updatePaintNode(QSGNode *oldNode, UpdatePaintNodeData
         node->setFiltering(QSGTexture::Linear);
         m_textureDirty = true;
     }
-    if (m_textureDirty) {
-        node->setTexture(window()->createTextureFromImage(m_frame));
-        m_textureDirty = false;
-        ++m_textureUploads;
-    }
 
     const QSizeF image = m_frame.size();
     const QSizeF item = size();
     const qreal scaleX = item.width() / image.width();
     const qreal scaleY = item.height() / image.height();
+    QRectF rect;
+    QRectF sourceRect;
     if (m_fillMode == Fill) {
         // The part of the image that covers the item, so the overflow is never drawn.
         const qreal scale = std::max(scaleX, scaleY);
         const QSizeF shown(item.width() / scale, item.height() / scale);
-        node->setRect(QRectF(QPointF(), item));
-        node->setSourceRect(QRectF(
+        rect = QRectF(QPointF(), item);
+        sourceRect = QRectF(
             QPointF((image.width() - shown.width()) / 2, (image.height() - shown.height()) / 2),
-            shown));
+            shown);
     } else {
         const qreal scale = std::min(scaleX, scaleY);
         const QSizeF shown = image * scale;
-        node->setRect(QRectF(
+        rect = QRectF(
             QPointF((item.width() - shown.width()) / 2, (item.height() - shown.height()) / 2),
-            shown));
-        node->setSourceRect(QRectF(QPointF(), image));
+            shown);
+        sourceRect = QRectF(QPointF(), image);
     }
+    // Rounded corners are cut into the texture, so a new crop needs a new texture.
+    if (m_topCornerRadius > 0 && sourceRect != m_cornersCutFor)
+        m_textureDirty = true;
+    if (m_textureDirty) {
+        node->setTexture(window()->createTextureFromImage(
+            textureImage(sourceRect, sourceRect.width() / rect.width())));
+        m_textureDirty = false;
+        ++m_textureUploads;
+    }
+    node->setRect(rect);
+    node->setSourceRect(sourceRect);
     return node;
 }
 

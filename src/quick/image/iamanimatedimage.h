@@ -59,6 +59,10 @@ class IAMAnimatedImage : public QQuickItem
     Q_PROPERTY(int currentFrame READ currentFrame NOTIFY currentFrameChanged)
     /// Whether an animation is advancing (loaded, visible and in a window).
     Q_PROPERTY(bool playing READ isPlaying NOTIFY playingChanged)
+    /// Rounds the top corners of the drawn picture, for a picture at the top of a rounded card
+    /// (clipping cannot round them: the software renderer clips to rectangles only).
+    Q_PROPERTY(qreal topCornerRadius READ topCornerRadius WRITE setTopCornerRadius NOTIFY
+                   topCornerRadiusChanged)
     /// Textures made for the scene graph so far; a diagnostic of the one-upload-per-frame rule.
     Q_PROPERTY(int textureUploads READ textureUploads)
 
@@ -85,6 +89,8 @@ public:
     int currentFrame() const { return int(m_shownIndex); }
     bool isPlaying() const { return m_ticker.state() == QAbstractAnimation::Running; }
     int textureUploads() const { return m_textureUploads; }
+    qreal topCornerRadius() const { return m_topCornerRadius; }
+    void setTopCornerRadius(qreal radius);
 
 Q_SIGNALS:
     void sourceChanged();
@@ -93,6 +99,7 @@ Q_SIGNALS:
     void sourceSizeChanged();
     void currentFrameChanged();
     void playingChanged();
+    void topCornerRadiusChanged();
 
 protected:
     QSGNode *updatePaintNode(QSGNode *oldNode, UpdatePaintNodeData *data) override;
@@ -108,6 +115,7 @@ private:
     void updatePlayback(const QQuickWindow *window);
     void advance();
     void showFrame(qsizetype index);
+    QImage textureImage(const QRectF &sourceRect, qreal imagePixelsPerPoint);
 
     QString m_source;
     FillMode m_fillMode = Fit;
@@ -117,6 +125,9 @@ private:
     QImage m_frame;
     qsizetype m_shownIndex = -1;
     bool m_textureDirty = false;
+    qreal m_topCornerRadius = 0;
+    // The source rectangle the corners of the current texture were cut for.
+    QRectF m_cornersCutFor;
     int m_textureUploads = 0;
     quint64 m_generation = 0;
     detail::FrameTicker m_ticker;

@@ -84,6 +84,7 @@ FocusScope {
             height: root.imageHeight
             source: root.creative.image.url
             fillMode: IAMAnimatedImage.Fill
+            topCornerRadius: root.style.cornerRadius
             activeFocusOnTab: root.imageLinked
 
             Accessible.role: Accessible.Link
@@ -105,11 +106,31 @@ FocusScope {
                 }
             }
 
-            Rectangle {
+            // The placeholder follows the card's rounded top corners. It is translucent, so its
+            // rounded top and square rest must not overlap.
+            Item {
                 anchors.fill: parent
                 z: -1
                 visible: image.status !== IAMAnimatedImage.Ready
-                color: IAMSupport.colors.coverImagePlaceholderColor
+
+                Item {
+                    width: parent.width
+                    height: Math.min(root.style.cornerRadius, parent.height)
+                    clip: true
+
+                    Rectangle {
+                        width: parent.width
+                        height: 2 * root.style.cornerRadius
+                        radius: root.style.cornerRadius
+                        color: IAMSupport.colors.coverImagePlaceholderColor
+                    }
+                }
+                Rectangle {
+                    y: root.style.cornerRadius
+                    width: parent.width
+                    height: Math.max(0, parent.height - y)
+                    color: IAMSupport.colors.coverImagePlaceholderColor
+                }
             }
 
             Rectangle {
