@@ -1,30 +1,12 @@
 // The QML module as a QML-only host meets it: the facade singleton and the text block.
-#include <VelmoraInAppMessaging/velmorainappmessaging.h>
+#include "quicktestsupport.h"
 
 #include <QAccessible>
-#include <QDir>
-#include <QGuiApplication>
-#include <QQmlComponent>
-#include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-std::unique_ptr<QObject> create(QQmlEngine &engine, const QByteArray &qml)
-{
-    QQmlComponent component(&engine);
-    component.setData(qml, QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"inline.qml"_s)));
-    std::unique_ptr<QObject> object(component.create());
-    if (!object)
-        qWarning().noquote() << component.errorString();
-    return object;
-}
-
-} // namespace
+using velmora::test::createQml;
 
 class tst_QuickModule : public QObject
 {
@@ -41,7 +23,7 @@ private Q_SLOTS:
 void tst_QuickModule::facadeSingletonActsOnTheSharedFacade()
 {
     QQmlEngine engine;
-    auto root = create(engine, R"(
+    auto root = createQml(engine, R"(
         import QtQml
         import Velmora.InAppMessaging
         QtObject {
@@ -89,7 +71,7 @@ void tst_QuickModule::bannerTextPadsOnlyAValidBackground()
     QFETCH(QColor, ink);
 
     QQmlEngine engine;
-    auto root = create(engine, R"(
+    auto root = createQml(engine, R"(
         import QtQuick
         import Velmora.InAppMessaging
         IAMBannerText { text: "Spring sale"; fontSize: 14; defaultTextColor: "#123456" })");
@@ -122,7 +104,7 @@ void tst_QuickModule::closeButtonClicksByPointerAndKey()
     QFETCH(int, clicks);
 
     QQmlEngine engine;
-    auto root = create(engine, R"(
+    auto root = createQml(engine, R"(
         import QtQuick
         import Velmora.InAppMessaging
         Window {
@@ -150,12 +132,6 @@ void tst_QuickModule::closeButtonClicksByPointerAndKey()
     QCOMPARE(root->property("clicks").toInt(), clicks);
 }
 
-int main(int argc, char **argv)
-{
-    // A QML-only host: no QApplication.
-    QGuiApplication app(argc, argv);
-    tst_QuickModule test;
-    return QTest::qExec(&test, argc, argv);
-}
+VELMORA_QUICK_TEST_MAIN(tst_QuickModule)
 
 #include "tst_quick_module.moc"

@@ -1,28 +1,17 @@
 // IAMEmbeddedBanner in a QML host: screens fetched from a loopback back end, images from a
 // loopback HTTPS server, reactions read back from the requests the back end received.
-#include "httpserver/httpserver.h"
-
-#include <VelmoraInAppMessaging/velmorainappmessaging.h>
+#include "../quicktestsupport.h"
 
 #include <QAccessible>
-#include <QBuffer>
-#include <QDesktopServices>
-#include <QDir>
-#include <QGuiApplication>
 #include <QJsonDocument>
-#include <QQmlComponent>
-#include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
-#include <QStandardPaths>
 #include <QTemporaryFile>
-#include <QTest>
 
 #include <cstdio>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
-using velmora::loopback::Certificate;
 using velmora::loopback::HttpServer;
 using velmora::loopback::Response;
 
@@ -108,21 +97,10 @@ private:
 
 void tst_QuickEmbedded::initTestCase()
 {
-    QStandardPaths::setTestModeEnabled(true);
-    QVERIFY(Certificate::shared());
-    QSslConfiguration::setDefaultConfiguration(Certificate::shared()->clientConfiguration());
-    QVERIFY(m_api.listen(HttpServer::Mode::Http));
-    QVERIFY(m_images.listen(HttpServer::Mode::Https));
-    QImage picture(40, 20, QImage::Format_RGB32);
-    picture.fill(Qt::red);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    picture.save(&buffer, "PNG");
-    m_images.setResponse(u"/ok.png"_s, Response::withStatus(200, bytes));
+    QVERIFY(velmora::test::listenLoopback(m_api, m_images));
+    m_images.setResponse(u"/ok.png"_s, Response::withStatus(200, velmora::test::png({ 40, 20 })));
     QDesktopServices::setUrlHandler(u"https"_s, this, "openUrl");
-    velmora::VelmoraInAppMessaging::shared().setup(u"key"_s, u"tenant"_s,
-                                                   m_api.url(u"/vorpex/v1"_s).toString());
+    velmora::test::setUpFacade(m_api);
 }
 
 void tst_QuickEmbedded::cleanupTestCase()
@@ -133,12 +111,10 @@ void tst_QuickEmbedded::cleanupTestCase()
 void tst_QuickEmbedded::init()
 {
     // No banner of an earlier test may show before this test's screen starts.
-    QQmlComponent reset(&m_engine);
-    reset.setData(
+    velmora::test::createQml(
+        m_engine,
         "import QtQml\nimport Velmora.InAppMessaging\n"
-        "QtObject { Component.onCompleted: IAMSupport.embeddedBannerStore.clearAll(\"\") }",
-        QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"reset.qml"_s)));
-    std::unique_ptr<QObject>(reset.create());
+        "QtObject { Component.onCompleted: IAMSupport.embeddedBannerStore.clearAll(\"\") }");
 
     m_api.clearRoutes();
     m_api.clear();
@@ -158,16 +134,15 @@ void tst_QuickEmbedded::cleanup()
 
 QQuickItem *tst_QuickEmbedded::show(const QByteArray &body)
 {
-    QQmlComponent component(&m_engine);
-    component.setData("import QtQuick\nimport Velmora.InAppMessaging\nItem { width: 300; height: "
-                      "600\n"
-                          + body + "\n}",
-                      QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"inline.qml"_s)));
-    m_root.reset(qobject_cast<QQuickItem *>(component.create()));
-    if (!m_root) {
-        qWarning().noquote() << component.errorString();
+    m_root.reset(qobject_cast<QQuickItem *>(
+        velmora::test::createQml(
+            m_engine,
+            "import QtQuick\nimport Velmora.InAppMessaging\nItem { width: 300; height: "
+            "600\n"
+                + body + "\n}")
+            .release()));
+    if (!m_root)
         return nullptr;
-    }
     m_root->setParentItem(m_window->contentItem());
     return m_root.get();
 }
@@ -340,11 +315,6 @@ void tst_QuickEmbedded::showsItsBanner()
     QCOMPARE(m_opened, QList { QUrl(u"https://shop.example/sale"_s) });
 }
 
-int main(int argc, char **argv)
-{
-    QGuiApplication app(argc, argv);
-    tst_QuickEmbedded test;
-    return QTest::qExec(&test, argc, argv);
-}
+VELMORA_QUICK_TEST_MAIN(tst_QuickEmbedded)
 
 #include "tst_quick_embedded.moc"

@@ -1,26 +1,18 @@
 // IAMAnimatedImage as a QML host uses it: images from a loopback HTTPS server, time from an
 // animation driver the test advances by hand, pixels from the software renderer.
+#include "../quicktestsupport.h"
 #include "gifwriter/gifwriter.h"
-#include "httpserver/httpserver.h"
-
-#include <VelmoraInAppMessaging/velmorainappmessaging.h>
 
 #include <QAnimationDriver>
-#include <QBuffer>
-#include <QDir>
-#include <QGuiApplication>
-#include <QQmlComponent>
-#include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QSignalSpy>
-#include <QStandardPaths>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 using velmora::loopback::Certificate;
 using velmora::loopback::HttpServer;
 using velmora::loopback::Response;
+using velmora::test::png;
 
 namespace {
 
@@ -50,15 +42,6 @@ QImage solid(QSize size, QColor colour)
     QImage image(size, QImage::Format_ARGB32);
     image.fill(colour);
     return image;
-}
-
-QByteArray png(const QImage &image)
-{
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, "PNG");
-    return bytes;
 }
 
 // Three bands, so a crop and a letterbox show up as different colours at the item's edges.
@@ -146,16 +129,15 @@ void tst_QuickImage::cleanup()
 
 QQuickItem *tst_QuickImage::load(const QString &path, const QByteArray &fillMode)
 {
-    QQmlComponent component(&m_engine);
-    component.setData("import QtQuick\nimport Velmora.InAppMessaging\n"
-                      "IAMAnimatedImage { width: 100; height: 100; fillMode: IAMAnimatedImage."
-                          + fillMode + " }",
-                      QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"inline.qml"_s)));
-    m_item.reset(qobject_cast<QQuickItem *>(component.create()));
-    if (!m_item) {
-        qWarning().noquote() << component.errorString();
+    m_item.reset(qobject_cast<QQuickItem *>(
+        velmora::test::createQml(
+            m_engine,
+            "import QtQuick\nimport Velmora.InAppMessaging\nIAMAnimatedImage { width: "
+            "100; height: 100; fillMode: IAMAnimatedImage."
+                + fillMode + " }")
+            .release()));
+    if (!m_item)
         return nullptr;
-    }
     m_item->setParentItem(m_window->contentItem());
     m_item->setProperty("source", m_server.url(path).toString());
     return m_item.get();
@@ -302,11 +284,6 @@ void tst_QuickImage::fitAndFill()
     QCOMPARE(shot.pixelColor(50, 50), QColor(Qt::green));
 }
 
-int main(int argc, char **argv)
-{
-    QGuiApplication app(argc, argv);
-    tst_QuickImage test;
-    return QTest::qExec(&test, argc, argv);
-}
+VELMORA_QUICK_TEST_MAIN(tst_QuickImage)
 
 #include "tst_quick_image.moc"

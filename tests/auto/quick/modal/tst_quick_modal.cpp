@@ -1,26 +1,16 @@
 // The popup modal of a QML-only host, reached as such a host reaches it: screens of a QML window
 // viewed through VelmoraScreen, a loopback back end, the facade's signals.
-#include "httpserver/httpserver.h"
-
-#include <VelmoraInAppMessaging/velmorainappmessaging.h>
+#include "../quicktestsupport.h"
 
 #include <QAnimationDriver>
-#include <QBuffer>
-#include <QDesktopServices>
-#include <QDir>
-#include <QGuiApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QQmlComponent>
-#include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
-using velmora::loopback::Certificate;
 using velmora::loopback::HttpServer;
 using velmora::loopback::RecordedRequest;
 using velmora::loopback::Response;
@@ -43,17 +33,6 @@ public:
 private:
     qint64 m_elapsed = 0;
 };
-
-QByteArray png(QSize size)
-{
-    QImage image(size, QImage::Format_RGB32);
-    image.fill(Qt::red);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, "PNG");
-    return bytes;
-}
 
 const char hostQml[] = R"(
     import QtQuick
@@ -93,22 +72,12 @@ QQuickItem *item(QQuickWindow *window, const QString &name)
 
 } // namespace
 
-class LinkRecorder : public QObject
-{
-    Q_OBJECT
-public:
-    QStringList *log = nullptr;
-public Q_SLOTS:
-    void open(const QUrl &url) { *log << u"link:"_s + url.toString(); }
-};
-
 class tst_QuickModal : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase();
     void init();
     void cleanup();
     void coversTheFocusWindow();
@@ -127,53 +96,32 @@ private:
     ManualAnimationDriver m_animations;
     HttpServer m_api;
     HttpServer m_images;
-    LinkRecorder m_links;
     QHash<QString, Response> m_responses;
     QQmlEngine m_engine;
     std::unique_ptr<QWindow> m_host;
     QStringList m_log;
+    test::LinkRecorder m_links { &m_log };
 };
 
 void tst_QuickModal::initTestCase()
 {
-    QVERIFY(Certificate::shared());
-    // Before the library's first request, which takes the default configuration.
-    QSslConfiguration::setDefaultConfiguration(Certificate::shared()->clientConfiguration());
-    QVERIFY(m_api.listen(HttpServer::Mode::Http));
-    QVERIFY(m_images.listen(HttpServer::Mode::Https));
-    m_images.setDefaultResponse(Response::withStatus(200, png({ 200, 100 })));
+    QVERIFY(test::listenLoopback(m_api, m_images));
+    m_images.setDefaultResponse(Response::withStatus(200, test::png({ 200, 100 })));
     m_api.setDefaultHandler([this](const RecordedRequest &request) {
         const QString screen = request.json()[u"meta"_s][u"screen_name"_s].toString();
         return request.path().endsWith(u"/view") && m_responses.contains(screen)
             ? m_responses.value(screen)
             : Response::json(R"({"status": "ok", "actions": []})");
     });
-    m_links.log = &m_log;
-    QDesktopServices::setUrlHandler(u"https"_s, &m_links, "open");
-
-    auto &facade = VelmoraInAppMessaging::shared();
-    facade.setup(u"key"_s, u"tenant"_s, m_api.url(u"/vorpex/v1"_s).toString());
-    connect(&facade, &VelmoraInAppMessaging::messageClicked, this,
-            [this] { m_log << u"clicked"_s; });
-    connect(&facade, &VelmoraInAppMessaging::messageDismissed, this,
-            [this] { m_log << u"dismissed"_s; });
-    connect(&facade, &VelmoraInAppMessaging::messageError, this,
-            [this](const auto &, const VelmoraError &error) { m_log << error.description(); });
+    test::setUpFacade(m_api);
+    test::logFacadeSignals(this, &m_log);
     m_animations.install();
-}
-
-void tst_QuickModal::cleanupTestCase()
-{
-    QDesktopServices::unsetUrlHandler(u"https"_s);
 }
 
 void tst_QuickModal::init()
 {
-    QQmlComponent component(&m_engine);
-    component.setData(hostQml,
-                      QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"host.qml"_s)));
-    m_host.reset(qobject_cast<QWindow *>(component.create()));
-    QVERIFY2(m_host, qPrintable(component.errorString()));
+    m_host.reset(qobject_cast<QWindow *>(test::createQml(m_engine, hostQml).release()));
+    QVERIFY(m_host);
     m_host->requestActivate();
     QVERIFY(QTest::qWaitForWindowActive(m_host.get()));
 }
@@ -369,12 +317,6 @@ void tst_QuickModal::noForegroundWindow()
     QCOMPARE(reactions(), QStringList());
 }
 
-int main(int argc, char **argv)
-{
-    // A QML-only host: no QApplication.
-    QGuiApplication app(argc, argv);
-    tst_QuickModal test;
-    return QTest::qExec(&test, argc, argv);
-}
+VELMORA_QUICK_TEST_MAIN(tst_QuickModal)
 
 #include "tst_quick_modal.moc"

@@ -1,44 +1,20 @@
 // VelmoraScreen and its popup banners as a QML host meets them, against loopback back ends.
-#include "httpserver/httpserver.h"
-
-#include <VelmoraInAppMessaging/velmorainappmessaging.h>
+#include "../quicktestsupport.h"
 
 #include <QAccessible>
-#include <QBuffer>
-#include <QDesktopServices>
-#include <QDir>
-#include <QGuiApplication>
-#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QQmlComponent>
-#include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QRegularExpression>
-#include <QSslConfiguration>
-#include <QStandardPaths>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
-using velmora::VelmoraInAppMessaging;
-using velmora::loopback::Certificate;
 using velmora::loopback::HttpServer;
 using velmora::loopback::Response;
+using velmora::test::png;
 
 namespace {
-
-QByteArray png(QSize size, QColor color)
-{
-    QImage image(size, QImage::Format_RGB32);
-    image.fill(color);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, "PNG");
-    return bytes;
-}
 
 // A popup banner action; `creative` and `layout` are JSON members without braces.
 QByteArray banner(const QByteArray &id, const QByteArray &creative, const QByteArray &layout)
@@ -53,16 +29,6 @@ QByteArray response(const QList<QByteArray> &actions)
     return R"({"status": "ok", "actions": [)" + actions.join(',') + "]}";
 }
 
-// Opens links by recording them, as a host's handler would.
-class LinkSink : public QObject
-{
-    Q_OBJECT
-public:
-    QStringList *log = nullptr;
-public Q_SLOTS:
-    void open(const QUrl &url) { log->append(u"link:"_s + url.toString()); }
-};
-
 } // namespace
 
 class tst_QuickScreen : public QObject
@@ -71,7 +37,6 @@ class tst_QuickScreen : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase();
     void init();
     void cleanup();
     void fetchesOnEachAppearanceAndClearsOnHide_data();
@@ -100,39 +65,18 @@ private:
     std::unique_ptr<QQmlEngine> m_engine;
     std::unique_ptr<QObject> m_root;
     QStringList m_log;
-    LinkSink m_links;
+    velmora::test::LinkRecorder m_links { &m_log };
 };
 
 void tst_QuickScreen::initTestCase()
 {
-    QStandardPaths::setTestModeEnabled(true);
-    QVERIFY(Certificate::shared());
-    QSslConfiguration::setDefaultConfiguration(Certificate::shared()->clientConfiguration());
-    QVERIFY(m_api.listen(HttpServer::Mode::Http));
-    QVERIFY(m_images.listen(HttpServer::Mode::Https));
+    QVERIFY(velmora::test::listenLoopback(m_api, m_images));
     m_images.setResponse(u"/wide.png"_s, Response::withStatus(200, png({ 400, 100 }, Qt::red)));
-    m_images.setResponse(u"/tall.png"_s, Response::withStatus(200, png({ 100, 400 }, Qt::blue)));
     m_images.setResponse(u"/missing.png"_s, Response::withStatus(404));
     m_images.setResponse(u"/slow.png"_s,
                          Response::withStatus(200, png({ 400, 100 }, Qt::red)).delayed(2000));
-
-    auto &facade = VelmoraInAppMessaging::shared();
-    facade.setup(u"key"_s, u"tenant"_s, m_api.url(u"/vorpex/v1"_s).toString());
-    connect(&facade, &VelmoraInAppMessaging::messageClicked, this,
-            [this] { m_log << u"clicked"_s; });
-    connect(&facade, &VelmoraInAppMessaging::messageDismissed, this,
-            [this] { m_log << u"dismissed"_s; });
-    connect(&facade, &VelmoraInAppMessaging::messageError, this,
-            [this](const auto &, const velmora::VelmoraError &error) {
-                m_log << u"error:"_s + error.description();
-            });
-    m_links.log = &m_log;
-    QDesktopServices::setUrlHandler(u"https"_s, &m_links, "open");
-}
-
-void tst_QuickScreen::cleanupTestCase()
-{
-    QDesktopServices::unsetUrlHandler(u"https"_s);
+    velmora::test::setUpFacade(m_api);
+    velmora::test::logFacadeSignals(this, &m_log, u"error:"_s);
 }
 
 void tst_QuickScreen::init()
@@ -191,17 +135,9 @@ QQuickWindow *tst_QuickScreen::load(const QByteArray &screenBody, const QByteArr
                 }
             }
         })";
-    QQmlComponent component(m_engine.get());
-    component.setData(qml, QUrl::fromLocalFile(QDir::current().absoluteFilePath(u"screen.qml"_s)));
-    m_root.reset(component.create());
-    if (!m_root) {
-        qWarning().noquote() << component.errorString();
-        return nullptr;
-    }
+    m_root = velmora::test::createQml(*m_engine, qml);
     auto *window = qobject_cast<QQuickWindow *>(m_root.get());
-    if (!QTest::qWaitForWindowExposed(window))
-        return nullptr;
-    return window;
+    return window && QTest::qWaitForWindowExposed(window) ? window : nullptr;
 }
 
 QList<QQuickItem *> tst_QuickScreen::views() const
@@ -581,12 +517,6 @@ void tst_QuickScreen::screenshots()
     }
 }
 
-int main(int argc, char **argv)
-{
-    // A QML-only host: no QApplication.
-    QGuiApplication app(argc, argv);
-    tst_QuickScreen test;
-    return QTest::qExec(&test, argc, argv);
-}
+VELMORA_QUICK_TEST_MAIN(tst_QuickScreen)
 
 #include "tst_quick_screen.moc"
