@@ -1,13 +1,11 @@
 #include "embedded/iamshimmeruiview.h"
 #include "embedded/iamuiembeddedbanner_p.h"
-#include "httpserver/httpserver.h"
-#include "images/imageloader.h"
 #include "network/apirequest.h"
 #include "presentation/embeddedbannerstore.h"
 #include "utilities/iamanimatedimageview.h"
 #include "utilities/paddedlabel.h"
+#include "widgetstestsupport.h"
 
-#include <QBuffer>
 #include <QLabel>
 #include <QTest>
 #include <QVBoxLayout>
@@ -17,23 +15,9 @@ using namespace velmora;
 using velmora::loopback::Certificate;
 using velmora::loopback::HttpServer;
 using velmora::loopback::Response;
+using velmora::test::png;
 
 using State = IAMUIEmbeddedBanner::State;
-
-namespace {
-
-QByteArray png(QSize size, QColor color)
-{
-    QImage image(size, QImage::Format_RGB32);
-    image.fill(color);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, "PNG");
-    return bytes;
-}
-
-} // namespace
 
 class tst_EmbeddedBanner : public QObject
 {
@@ -71,10 +55,7 @@ private:
 
 void tst_EmbeddedBanner::initTestCase()
 {
-    QVERIFY(Certificate::shared());
-    QVERIFY(m_server.listen(HttpServer::Mode::Https));
-    m_server.setResponse(u"/wide.png"_s, Response::withStatus(200, png({ 200, 100 }, Qt::red)));
-    m_server.setResponse(u"/tall.png"_s, Response::withStatus(200, png({ 100, 400 }, Qt::blue)));
+    QVERIFY(test::listenForImages(m_server));
     m_server.setResponse(u"/slow.png"_s,
                          Response::withStatus(200, png({ 200, 100 }, Qt::green)).delayed(400));
     m_server.setResponse(u"/missing.png"_s, Response::withStatus(404));

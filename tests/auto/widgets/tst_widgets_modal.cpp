@@ -1,58 +1,22 @@
-#include "httpserver/httpserver.h"
-#include "images/imageloader.h"
 #include "layout/style.h"
 #include "modal/iampopupmodalviewcontroller.h"
 #include "modal/popupmodalpresenter.h"
 #include "utilities/iamanimatedimageview.h"
 #include "utilities/iamclosebutton.h"
+#include "widgetstestsupport.h"
 
 #include <QAbstractButton>
-#include <QAnimationDriver>
 #include <QApplication>
-#include <QBuffer>
 #include <QDesktopServices>
 #include <QPainter>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
-using velmora::loopback::Certificate;
 using velmora::loopback::HttpServer;
 using velmora::loopback::Response;
 
 namespace {
-
-class ManualAnimationDriver : public QAnimationDriver
-{
-public:
-    ManualAnimationDriver()
-    {
-        connect(this, &QAnimationDriver::started, this, [this] { m_elapsed = 0; });
-    }
-    qint64 elapsed() const override { return m_elapsed; }
-    void advanceBy(qint64 msecs)
-    {
-        QCoreApplication::processEvents();
-        QCoreApplication::processEvents();
-        m_elapsed += msecs;
-        advance();
-        QCoreApplication::processEvents();
-    }
-
-private:
-    qint64 m_elapsed = 0;
-};
-
-QByteArray png(QSize size, QColor color)
-{
-    QImage image(size, QImage::Format_RGB32);
-    image.fill(color);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, "PNG");
-    return bytes;
-}
 
 bool isModalTopLevel(const QWidget *widget)
 {
@@ -97,7 +61,7 @@ private:
                                          const QString &scenario = u"s1"_s);
     void finishFades() { m_animations->advanceBy(layout::fadeDuration.count() + 20); }
 
-    std::unique_ptr<ManualAnimationDriver> m_animations;
+    std::unique_ptr<test::ManualAnimationDriver> m_animations;
     HttpServer m_server;
     LinkRecorder m_links;
     std::unique_ptr<QWidget> m_host;
@@ -108,12 +72,10 @@ private:
 
 void tst_PopupModal::initTestCase()
 {
-    m_animations = std::make_unique<ManualAnimationDriver>();
+    m_animations = std::make_unique<test::ManualAnimationDriver>();
     m_animations->install();
-    QVERIFY(Certificate::shared());
-    QVERIFY(m_server.listen(HttpServer::Mode::Https));
-    m_server.setDefaultResponse(Response::withStatus(200, png({ 160, 90 }, Qt::red)));
-    ImageLoader::shared()->setSslConfiguration(Certificate::shared()->clientConfiguration());
+    QVERIFY(test::listenForImages(m_server));
+    m_server.setDefaultResponse(Response::withStatus(200, test::png({ 160, 90 }, Qt::red)));
     m_links.log = &m_log;
     QDesktopServices::setUrlHandler(u"https"_s, &m_links, "open");
 }

@@ -1,37 +1,23 @@
-#include "httpserver/httpserver.h"
-#include "images/imageloader.h"
 #include "layout/keyboardsource.h"
 #include "layout/screensnapshot.h"
 #include "popupbanner/iampopupbannerviewcontroller.h"
 #include "popupbanner/popupbannerpresenter.h"
 #include "utilities/iamanimatedimageview.h"
 #include "utilities/iamclosebutton.h"
+#include "widgetstestsupport.h"
 
 #include <VelmoraInAppMessaging/underlyingerror.h>
 
 #include <QAccessible>
-#include <QBuffer>
 #include <QSignalSpy>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
-using velmora::loopback::Certificate;
 using velmora::loopback::HttpServer;
 using velmora::loopback::Response;
 
 namespace {
-
-QByteArray png(QSize size, QColor color)
-{
-    QImage image(size, QImage::Format_RGB32);
-    image.fill(color);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, "PNG");
-    return bytes;
-}
 
 ContentsSize pxWidth(int width)
 {
@@ -86,11 +72,7 @@ private:
 
 void tst_PopupBanner::initTestCase()
 {
-    QVERIFY(Certificate::shared());
-    QVERIFY(m_server.listen(HttpServer::Mode::Https));
-    m_server.setResponse(u"/wide.png"_s, Response::withStatus(200, png({ 200, 100 }, Qt::red)));
-    m_server.setResponse(u"/tall.png"_s, Response::withStatus(200, png({ 100, 400 }, Qt::blue)));
-    ImageLoader::shared()->setSslConfiguration(Certificate::shared()->clientConfiguration());
+    QVERIFY(test::listenForImages(m_server));
 }
 
 void tst_PopupBanner::init()

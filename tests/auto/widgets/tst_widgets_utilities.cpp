@@ -1,6 +1,4 @@
 #include "gifwriter/gifwriter.h"
-#include "httpserver/httpserver.h"
-#include "images/imageloader.h"
 #include "painting/cardshadow.h"
 #include "painting/closeglyph.h"
 #include "presentation/colors.h"
@@ -9,6 +7,7 @@
 #include "utilities/labeltextlayout.h"
 #include "utilities/paddedlabel.h"
 #include "utilities/widgetfade.h"
+#include "widgetstestsupport.h"
 
 #include <QAbstractAnimation>
 #include <QAccessible>
@@ -28,48 +27,10 @@ using namespace velmora;
 using velmora::loopback::Certificate;
 using velmora::loopback::HttpServer;
 using velmora::loopback::Response;
+using velmora::test::renderAt;
+using velmora::test::sameColor;
 
 namespace {
-
-// Drives every Qt animation by hand, so that fades take no real time.
-class ManualAnimationDriver : public QAnimationDriver
-{
-public:
-    ManualAnimationDriver()
-    {
-        connect(this, &QAnimationDriver::started, this, [this] { m_elapsed = 0; });
-    }
-    qint64 elapsed() const override { return m_elapsed; }
-    void advanceBy(qint64 msecs)
-    {
-        // Animations begin to run from the event loop.
-        QCoreApplication::processEvents();
-        QCoreApplication::processEvents();
-        m_elapsed += msecs;
-        advance();
-    }
-
-private:
-    qint64 m_elapsed = 0;
-};
-
-// What the widget paints into an image of the given density, on transparency.
-QImage renderAt(QWidget *widget, qreal ratio)
-{
-    QImage image(widget->size() * ratio, QImage::Format_ARGB32_Premultiplied);
-    image.setDevicePixelRatio(ratio);
-    image.fill(Qt::transparent);
-    widget->render(&image, QPoint(), QRegion(), QWidget::DrawChildren);
-    return image;
-}
-
-bool sameColor(QColor actual, QColor expected, int tolerance = 2)
-{
-    return std::abs(actual.red() - expected.red()) <= tolerance
-        && std::abs(actual.green() - expected.green()) <= tolerance
-        && std::abs(actual.blue() - expected.blue()) <= tolerance
-        && std::abs(actual.alpha() - expected.alpha()) <= tolerance;
-}
 
 // The largest difference of a channel between two images of the same size.
 int maxDifference(const QImage &a, const QImage &b)
@@ -86,11 +47,6 @@ int maxDifference(const QImage &a, const QImage &b)
     }
     return difference;
 }
-
-#define COMPARE_COLOR(actual, expected)                                                            \
-    QVERIFY2(sameColor(actual, expected),                                                          \
-             qPrintable(u"%1 != %2"_s.arg((actual).name(QColor::HexArgb),                          \
-                                          (expected).name(QColor::HexArgb))))
 
 // Three vertical stripes, red, green and blue, each 10 x 10.
 QImage stripes()
@@ -176,13 +132,13 @@ private Q_SLOTS:
 
 private:
     std::chrono::nanoseconds m_now { 0 };
-    std::unique_ptr<ManualAnimationDriver> m_animations;
+    std::unique_ptr<test::ManualAnimationDriver> m_animations;
     HttpServer m_server;
 };
 
 void tst_WidgetsUtilities::initTestCase()
 {
-    m_animations = std::make_unique<ManualAnimationDriver>();
+    m_animations = std::make_unique<test::ManualAnimationDriver>();
     m_animations->install();
     QVERIFY(Certificate::shared());
     QVERIFY(m_server.listen(HttpServer::Mode::Https));
