@@ -13,7 +13,6 @@
 #include <QAccessible>
 #include <QAccessibleActionInterface>
 #include <QApplication>
-#include <QDir>
 #include <QGraphicsDropShadowEffect>
 #include <QPainter>
 #include <QSignalSpy>
@@ -128,7 +127,6 @@ private Q_SLOTS:
     void imageViewPixels();
     void cardShadowCornersIndependentOfSize_data();
     void cardShadowCornersIndependentOfSize();
-    void gallery();
 
 private:
     std::chrono::nanoseconds m_now { 0 };
@@ -649,87 +647,6 @@ void tst_WidgetsUtilities::cardShadowCornersIndependentOfSize()
             QVERIFY(alpha(large, x, row) >= alpha(large, x - 1, row));
             QCOMPARE(alpha(large, x, row), alpha(large, large.width() - 1 - x, row));
         }
-    }
-}
-
-// Writes what the utilities look like to $VELMORA_GALLERY_DIR, for a person to look at.
-void tst_WidgetsUtilities::gallery()
-{
-    const QString directory = qEnvironmentVariable("VELMORA_GALLERY_DIR");
-    if (directory.isEmpty())
-        QSKIP("VELMORA_GALLERY_DIR not set");
-    QVERIFY(QDir().mkpath(directory));
-
-    QWidget stage;
-    stage.resize(240, 240);
-    auto *card = new QWidget(&stage);
-    card->setAutoFillBackground(true);
-    QPalette white = card->palette();
-    white.setColor(QPalette::Window, Qt::white);
-    card->setPalette(white);
-    card->resize(240, 240);
-    auto *cover = new IAMAnimatedImageView(card);
-    cover->setGeometry(0, 0, 240, 120);
-    cover->setCornerRadius(8, IAMAnimatedImageView::TopCorners);
-    QImage photo(900, 700, QImage::Format_RGB32);
-    {
-        QPainter painter(&photo);
-        painter.setRenderHint(QPainter::Antialiasing);
-        QLinearGradient sky(0, 0, 0, 700);
-        sky.setColorAt(0, QColor(0x2d, 0x6c, 0xdf));
-        sky.setColorAt(1, QColor(0xf6, 0xc3, 0x6b));
-        painter.fillRect(photo.rect(), sky);
-        painter.setBrush(QColor(0xff, 0xf1, 0xa8));
-        painter.setPen(Qt::NoPen);
-        painter.drawEllipse(QPointF(450, 350), 120, 120);
-        // Fine stripes shimmer when a picture is shrunk without filtering.
-        painter.setPen(QPen(Qt::white, 3));
-        for (int x = 0; x < 900; x += 12)
-            painter.drawLine(x, 420, x + 40, 520);
-    }
-    cover->setLoadedImage(LoadedImage::still(StillImageSource(photo)));
-    auto *close = new IAMCloseButton(card);
-    close->setGeometry(196, 0, 44, 44);
-    QFont title;
-    title.setPixelSize(14);
-    title.setBold(true);
-    auto *label = new PaddedLabel(
-        u"Everything in the summer collection is half price until Sunday, with free "
-        "delivery on every order."_s,
-        card);
-    label->setFont(title);
-    label->setAlignment(Qt::AlignCenter);
-    label->setMaximumLineCount(3);
-    label->setTextColor(palette::defaultTitleTextColor());
-    label->setBackgroundColor(QColor(0xe8, 0xf0, 0xfe));
-    label->setTextInsets(QMargins(8, 8, 8, 8));
-    label->setGeometry(12, 132, 216, label->heightForWidth(216));
-
-    // A button reached with the keyboard, in a window of its own.
-    QWidget window;
-    window.resize(44, 88);
-    auto *focused = new IAMCloseButton(&window);
-    focused->setGeometry(0, 44, 44, 44);
-    auto *unfocused = new IAMCloseButton(&window);
-    unfocused->setGeometry(0, 0, 44, 44);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowActive(&window));
-    unfocused->setFocus();
-    QTest::keyClick(&window, Qt::Key_Tab);
-    QVERIFY(focused->hasFocus());
-
-    for (const qreal ratio : { 1.0, 2.0 }) {
-        const QString suffix = u"@%1x.png"_s.arg(ratio);
-        WidgetFade::stop(card);
-        QVERIFY(renderAt(card, ratio).save(directory + u"/card"_s + suffix));
-        QVERIFY(renderAt(unfocused, ratio).save(directory + u"/closebutton"_s + suffix));
-        QVERIFY(renderAt(focused, ratio).save(directory + u"/closebutton-focused"_s + suffix));
-        QVERIFY(renderAt(cover, ratio).save(directory + u"/imageview"_s + suffix));
-        QVERIFY(closeGlyph(palette::closeButtonIconColor(), 12, ratio)
-                    .save(directory + u"/closeglyph"_s + suffix));
-        WidgetFade::show(card);
-        m_animations->advanceBy(150);
-        QVERIFY(renderAt(&stage, ratio).save(directory + u"/card-fading"_s + suffix));
     }
 }
 
