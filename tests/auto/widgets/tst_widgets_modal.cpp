@@ -48,9 +48,8 @@ private Q_SLOTS:
     void replacementIsSilent();
     void actions_data();
     void actions();
-    void cardWidth_data();
-    void cardWidth();
-    void dimAlpha();
+    void cardAndDim_data();
+    void cardAndDim();
     void keyboardFocus();
 
 private:
@@ -249,7 +248,7 @@ void tst_PopupModal::actions()
     QVERIFY(QApplication::activeModalWidget() == nullptr);
 }
 
-void tst_PopupModal::cardWidth_data()
+void tst_PopupModal::cardAndDim_data()
 {
     QTest::addColumn<QSize>("window");
     QTest::addColumn<int>("width");
@@ -257,14 +256,16 @@ void tst_PopupModal::cardWidth_data()
     QTest::newRow("desktop") << QSize(1280, 800) << 400;
 }
 
-void tst_PopupModal::cardWidth()
+void tst_PopupModal::cardAndDim()
 {
     QFETCH(QSize, window);
     QFETCH(int, width);
     showHost(window);
     IAMPopupModalViewController *modal = present(action({}, {}));
     QVERIFY(QTest::qWaitForWindowExposed(modal));
+    QCOMPARE(modal->dimOpacity(), 0.0);
     finishFades();
+    QCOMPARE(modal->dimOpacity(), 1.0);
     QCOMPARE(modal->geometry(), m_host->geometry());
     QCOMPARE(modal->cardGeometry().width(), width);
     QVERIFY(std::abs(modal->cardGeometry().center().x() - window.width() / 2) <= 1);
@@ -276,32 +277,18 @@ void tst_PopupModal::cardWidth()
     QCOMPARE(QColor(image.pixel(card.left() + 2, y)).rgb(), QColor(Qt::white).rgb());
     QCOMPARE(QColor(image.pixel(card.right() - 2, y)).rgb(), QColor(Qt::white).rgb());
     QVERIFY(qAlpha(image.pixel(card.left() - 12, y)) < 150);
+    QVERIFY(std::abs(image.pixelColor(5, 5).alphaF() - 0.4) < 0.02);
+    // The dim over the white host, as a compositor would show it.
+    QImage screen = m_host->grab().toImage().convertToFormat(QImage::Format_ARGB32);
+    QPainter(&screen).drawImage(0, 0, image);
+    const QColor dimmed = screen.pixelColor(5, 5);
+    QVERIFY2(std::abs(dimmed.red() - 153) <= 3, qPrintable(dimmed.name()));
+    QCOMPARE(dimmed.red(), dimmed.blue());
 
     // The modal keeps covering its host through moves and resizes.
     m_host->setGeometry(m_host->geometry().adjusted(20, 10, 80, 0));
     QCOMPARE(modal->geometry(), m_host->geometry());
     QCOMPARE(modal->cardGeometry().width(), std::min(400, int(std::round(0.85 * m_host->width()))));
-}
-
-void tst_PopupModal::dimAlpha()
-{
-    showHost({ 390, 844 });
-    IAMPopupModalViewController *modal = present(action({}, {}));
-    QVERIFY(QTest::qWaitForWindowExposed(modal));
-    QCOMPARE(modal->dimOpacity(), 0.0);
-    finishFades();
-    QCOMPARE(modal->dimOpacity(), 1.0);
-
-    // The dim over the white host, as a compositor would show it.
-    QImage screen = m_host->grab().toImage().convertToFormat(QImage::Format_ARGB32);
-    {
-        QPainter painter(&screen);
-        painter.drawImage(0, 0, modal->grab().toImage());
-    }
-    const QColor dimmed = screen.pixelColor(5, 5);
-    QVERIFY2(std::abs(dimmed.red() - 153) <= 3, qPrintable(dimmed.name()));
-    QCOMPARE(dimmed.red(), dimmed.blue());
-    QVERIFY(std::abs(modal->grab().toImage().pixelColor(5, 5).alphaF() - 0.4) < 0.02);
 }
 
 void tst_PopupModal::keyboardFocus()
