@@ -78,11 +78,7 @@ void QuickPopupModalPresenter::present(const QString &screenName, const QString 
     modal->onDismiss = removeIfCurrent;
     // A modal goes with the window it covers, silently, as a child window would.
     connect(host, &QObject::destroyed, modal, removeIfCurrent);
-    modal->onReaction = [reactionHandler = std::move(reactionHandler), screenName,
-                         scenarioId](EventsReactionType type) {
-        if (reactionHandler)
-            reactionHandler(type, screenName, scenarioId);
-    };
+    modal->reportReactionsTo(std::move(reactionHandler), screenName, scenarioId);
     m_current = modal;
     modal->showOver(host);
 }
@@ -94,11 +90,7 @@ void QuickPopupModalPresenter::removeModalWindow()
     if (!modal)
         return;
     // Nothing of a removed modal may call back, even from a fade still under way.
-    modal->onDismiss = {};
-    modal->onReaction = {};
-    modal->onClicked = {};
-    modal->onDismissed = {};
-    modal->onError = {};
+    modal->forgetCallbacks();
     const bool hadFocus = QGuiApplication::focusWindow() == modal;
     QWindow *host = modal->hostWindow();
     modal->hide();

@@ -30,7 +30,7 @@ bool hasText(const std::optional<TextContent> &text)
 
 QuickPopupModalView::QuickPopupModalView(PopupModalAction content, QQmlEngine *engine)
     : QQuickView(engine, nullptr)
-    , m_content(std::move(content))
+    , PopupModalInteraction(std::move(content))
     , m_animation(new QVariantAnimation(this))
 {
     setObjectName(u"popupModal"_s);
@@ -70,14 +70,9 @@ QuickPopupModalView::~QuickPopupModalView()
     setSource(QUrl());
 }
 
-InAppMessage QuickPopupModalView::message() const
-{
-    return InAppMessage::fromPopupModal(m_content);
-}
-
 QString QuickPopupModalView::accessibleName() const
 {
-    const SingleMessageCreative &creative = m_content.creative;
+    const SingleMessageCreative &creative = modalContent().creative;
     return hasText(creative.title) ? creative.title->text
         : hasText(creative.body)   ? creative.body->text
                                    : tr("Message");
@@ -161,61 +156,7 @@ void QuickPopupModalView::animatePresentation(qreal to)
 void QuickPopupModalView::showEvent(QShowEvent *event)
 {
     QQuickView::showEvent(event);
-    if (!m_hasReportedOpen) {
-        m_hasReportedOpen = true;
-        if (onReaction)
-            onReaction(EventsReactionType::Open);
-    }
-}
-
-void QuickPopupModalView::coverImageActivated()
-{
-    const QString link = m_content.creative.image.linkUrl.value_or(QString());
-    if (link.isEmpty())
-        return;
-    if (onReaction)
-        onReaction(EventsReactionType::Click);
-    const InAppMessage msg = message();
-    if (onClicked)
-        onClicked(msg);
-    openLinkIfNeeded(link, msg, onError);
-}
-
-void QuickPopupModalView::positiveButtonActivated()
-{
-    if (onReaction)
-        onReaction(EventsReactionType::Click);
-    const InAppMessage msg = message();
-    if (onClicked)
-        onClicked(msg);
-    const auto &button = m_content.creative.button;
-    openLinkIfNeeded(button ? button->linkUrl.value_or(QString()) : QString(), msg, onError);
-    QPointer<QuickPopupModalView> self(this);
-    dismissWithAnimation([self] {
-        if (!self)
-            return;
-        if (self->onDismissed)
-            self->onDismissed(self->message());
-        // A copy: the presenter forgets this modal's callbacks from inside this one.
-        if (const auto dismiss = self->onDismiss)
-            dismiss();
-    });
-}
-
-void QuickPopupModalView::closeButtonActivated()
-{
-    QPointer<QuickPopupModalView> self(this);
-    dismissWithAnimation([self] {
-        if (!self)
-            return;
-        // Close is reported once the modal has gone, unlike click, which goes before.
-        if (self->onReaction)
-            self->onReaction(EventsReactionType::Close);
-        if (self->onDismissed)
-            self->onDismissed(self->message());
-        if (const auto dismiss = self->onDismiss)
-            dismiss();
-    });
+    reportOpenIfNeeded();
 }
 
 void QuickPopupModalView::dismissWithAnimation(std::function<void()> completion)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "service/callbacks.h"
+#include "presentation/popupmodalinteraction.h"
 
 #include <VelmoraInAppMessaging/popupmodalaction.h>
 
@@ -25,7 +25,7 @@ namespace velmora::quick {
 ///     auto *modal = new QuickPopupModalView(content, engine);
 ///     modal->onDismiss = [modal] { modal->deleteLater(); };
 ///     modal->showOver(hostWindow);
-class QuickPopupModalView : public QQuickView
+class QuickPopupModalView : public QQuickView, public PopupModalInteraction
 {
     Q_OBJECT
     Q_PROPERTY(velmora::SingleMessageCreative creative READ creative CONSTANT)
@@ -41,16 +41,7 @@ public:
     QuickPopupModalView(PopupModalAction content, QQmlEngine *engine);
     ~QuickPopupModalView() override;
 
-    /// Told last, when the modal has finished closing.
-    std::function<void()> onDismiss;
-    std::function<void(EventsReactionType)> onReaction;
-    MessageHandler onClicked;
-    MessageHandler onDismissed;
-    MessageErrorHandler onError;
-
-    const PopupModalAction &modalContent() const { return m_content; }
-    SingleMessageCreative creative() const { return m_content.creative; }
-    InAppMessage message() const;
+    SingleMessageCreative creative() const { return modalContent().creative; }
     QString accessibleName() const;
     static QVariantMap style();
 
@@ -58,12 +49,11 @@ public:
     void showOver(QWindow *host);
     QWindow *hostWindow() const { return m_host; }
     qreal presentation() const { return m_presentation; }
-    bool hasReportedOpen() const { return m_hasReportedOpen; }
 
     /// The user's actions on the card, by pointer or keyboard.
-    Q_INVOKABLE void closeButtonActivated();
-    Q_INVOKABLE void coverImageActivated();
-    Q_INVOKABLE void positiveButtonActivated();
+    Q_INVOKABLE void closeButtonActivated() { PopupModalInteraction::closeButtonActivated(); }
+    Q_INVOKABLE void coverImageActivated() { PopupModalInteraction::coverImageActivated(); }
+    Q_INVOKABLE void positiveButtonActivated() { PopupModalInteraction::positiveButtonActivated(); }
 
     /// The card's frame in a window of `rootSize` for content of `contentHeight`, in whole
     /// pixels so that text and edges stay crisp.
@@ -84,15 +74,13 @@ private:
     void followHost();
     void animatePresentation(qreal to);
     void setPresentation(qreal presentation);
-    void dismissWithAnimation(std::function<void()> completion);
+    void dismissWithAnimation(std::function<void()> completion) override;
 
-    PopupModalAction m_content;
     QPointer<QWindow> m_host;
     QVariantAnimation *m_animation;
     // The completions of the fade-outs under way, run together when it ends.
     QList<std::function<void()>> m_fadeOutCompletions;
     qreal m_presentation = 0;
-    bool m_hasReportedOpen = false;
 };
 
 } // namespace velmora::quick

@@ -70,7 +70,7 @@ private:
 
 IAMPopupModalViewController::IAMPopupModalViewController(PopupModalAction content)
     : QWidget(nullptr, Qt::Dialog | Qt::FramelessWindowHint)
-    , m_content(std::move(content))
+    , PopupModalInteraction(std::move(content))
     , m_imageRatio(style::placeholderImageRatio)
 {
     setAttribute(Qt::WA_TranslucentBackground);
@@ -81,14 +81,9 @@ IAMPopupModalViewController::IAMPopupModalViewController(PopupModalAction conten
 
 IAMPopupModalViewController::~IAMPopupModalViewController() = default;
 
-InAppMessage IAMPopupModalViewController::message() const
-{
-    return InAppMessage::fromPopupModal(m_content);
-}
-
 void IAMPopupModalViewController::buildContent()
 {
-    const SingleMessageCreative &creative = m_content.creative;
+    const SingleMessageCreative &creative = modalContent().creative;
     m_frame = new CardFrame(
         hexColor(creative.backgroundColor.value_or(QString())).value_or(Qt::white), this);
     m_frame->setObjectName(u"card"_s);
@@ -151,15 +146,13 @@ void IAMPopupModalViewController::buildContent()
                   .value_or(QGuiApplication::palette().color(QPalette::Highlight));
         m_button->setColors(hexColor(button.textColor.value_or(QString())).value_or(Qt::white),
                             background);
-        connect(m_button, &CardButton::clicked, this,
-                &IAMPopupModalViewController::positiveButtonActivated);
+        connect(m_button, &CardButton::clicked, this, [this] { positiveButtonActivated(); });
     }
 
     // Created last, so it is above the image.
     m_closeButton = new IAMCloseButton(m_frame);
     m_closeButton->setObjectName(u"closeButton"_s);
-    connect(m_closeButton, &IAMCloseButton::clicked, this,
-            &IAMPopupModalViewController::closeButtonActivated);
+    connect(m_closeButton, &IAMCloseButton::clicked, this, [this] { closeButtonActivated(); });
 
     setTabOrder(m_closeButton, m_image);
     if (m_button)
@@ -213,7 +206,7 @@ void IAMPopupModalViewController::showOver(QWidget *hostWindow)
     animateDim(1);
 
     QPointer<IAMPopupModalViewController> self(this);
-    m_image->loadFromUrl(m_content.creative.image.url, [self](QSize size) {
+    m_image->loadFromUrl(modalContent().creative.image.url, [self](QSize size) {
         if (self)
             self->imageLoaded(size);
     });
@@ -364,62 +357,7 @@ void IAMPopupModalViewController::resizeEvent(QResizeEvent *event)
 void IAMPopupModalViewController::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
-    if (!m_hasReportedOpen) {
-        m_hasReportedOpen = true;
-        if (onReaction)
-            onReaction(EventsReactionType::Open);
-    }
-}
-
-void IAMPopupModalViewController::coverImageActivated()
-{
-    const QString link = m_content.creative.image.linkUrl.value_or(QString());
-    if (link.isEmpty())
-        return;
-    if (onReaction)
-        onReaction(EventsReactionType::Click);
-    const InAppMessage msg = message();
-    if (onClicked)
-        onClicked(msg);
-    openLinkIfNeeded(link, msg, onError);
-}
-
-void IAMPopupModalViewController::positiveButtonActivated()
-{
-    if (onReaction)
-        onReaction(EventsReactionType::Click);
-    const InAppMessage msg = message();
-    if (onClicked)
-        onClicked(msg);
-    const auto &button = m_content.creative.button;
-    openLinkIfNeeded(button ? button->linkUrl.value_or(QString()) : QString(), msg, onError);
-    QPointer<IAMPopupModalViewController> self(this);
-    dismissWithAnimation([self] {
-        if (!self)
-            return;
-        if (self->onDismissed)
-            self->onDismissed(self->message());
-        // A copy: the presenter forgets this modal's callbacks from inside this one.
-        if (const auto dismiss = self->onDismiss)
-            dismiss();
-    });
-}
-
-void IAMPopupModalViewController::closeButtonActivated()
-{
-    QPointer<IAMPopupModalViewController> self(this);
-    dismissWithAnimation([self] {
-        if (!self)
-            return;
-        // Close is reported once the modal has gone, unlike click, which goes before.
-        if (self->onReaction)
-            self->onReaction(EventsReactionType::Close);
-        if (self->onDismissed)
-            self->onDismissed(self->message());
-        // A copy: the presenter forgets this modal's callbacks from inside this one.
-        if (const auto dismiss = self->onDismiss)
-            dismiss();
-    });
+    reportOpenIfNeeded();
 }
 
 void IAMPopupModalViewController::dismissWithAnimation(std::function<void()> completion)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "service/callbacks.h"
+#include "presentation/popupmodalinteraction.h"
 
 #include <VelmoraInAppMessaging/popupmodalaction.h>
 
@@ -31,7 +31,7 @@ class PaddedLabel;
 ///     auto *modal = new IAMPopupModalViewController(content);
 ///     modal->onDismiss = [modal] { modal->deleteLater(); };
 ///     modal->showOver(hostWindow);
-class IAMPopupModalViewController : public QWidget
+class IAMPopupModalViewController : public QWidget, public PopupModalInteraction
 {
     Q_OBJECT
     Q_PROPERTY(qreal dimOpacity READ dimOpacity WRITE setDimOpacity)
@@ -40,20 +40,9 @@ public:
     explicit IAMPopupModalViewController(PopupModalAction content);
     ~IAMPopupModalViewController() override;
 
-    /// Told last, when the modal has finished closing.
-    std::function<void()> onDismiss;
-    std::function<void(EventsReactionType)> onReaction;
-    MessageHandler onClicked;
-    MessageHandler onDismissed;
-    MessageErrorHandler onError;
-
-    const PopupModalAction &modalContent() const { return m_content; }
-    InAppMessage message() const;
-
     /// Covers `hostWindow` (a top-level widget), fades in and starts loading the image.
     void showOver(QWidget *hostWindow);
     QWidget *hostWindow() const { return m_host; }
-    bool hasReportedOpen() const { return m_hasReportedOpen; }
 
     /// 0 before the fade-in, 1 once the dim has reached its full alpha.
     qreal dimOpacity() const { return m_dimOpacity; }
@@ -61,11 +50,6 @@ public:
 
     /// The card's rectangle in this window.
     QRect cardGeometry() const { return m_cardRect; }
-
-    /// The user's touch actions, also reachable by keyboard.
-    void closeButtonActivated();
-    void coverImageActivated();
-    void positiveButtonActivated();
 
 protected:
     bool event(QEvent *event) override;
@@ -84,9 +68,8 @@ private:
     void relayout();
     void imageLoaded(QSize size);
     void animateDim(qreal to);
-    void dismissWithAnimation(std::function<void()> completion);
+    void dismissWithAnimation(std::function<void()> completion) override;
 
-    PopupModalAction m_content;
     QPointer<QWidget> m_host;
 
     CardFrame *m_frame = nullptr;
@@ -102,7 +85,6 @@ private:
 
     qreal m_imageRatio;
     qreal m_dimOpacity = 0;
-    bool m_hasReportedOpen = false;
 };
 
 } // namespace velmora

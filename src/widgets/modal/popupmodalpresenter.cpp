@@ -83,11 +83,7 @@ void PopupModalPresenter::present(const QString &screenName, const QString &scen
         if (self && weakModal && self->m_current == weakModal)
             self->removeModalWindow();
     };
-    modal->onReaction = [reactionHandler = std::move(reactionHandler), screenName,
-                         scenarioId](EventsReactionType type) {
-        if (reactionHandler)
-            reactionHandler(type, screenName, scenarioId);
-    };
+    modal->reportReactionsTo(std::move(reactionHandler), screenName, scenarioId);
     m_current = modal;
     modal->showOver(host);
 }
@@ -99,11 +95,7 @@ void PopupModalPresenter::removeModalWindow()
     if (!modal)
         return;
     // Nothing of a removed modal may call back, even from a fade still under way.
-    modal->onDismiss = {};
-    modal->onReaction = {};
-    modal->onClicked = {};
-    modal->onDismissed = {};
-    modal->onError = {};
+    modal->forgetCallbacks();
     modal->hide();
     modal->setParent(nullptr);
     modal->deleteLater();

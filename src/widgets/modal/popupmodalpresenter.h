@@ -10,8 +10,6 @@ class QWidget;
 
 namespace velmora {
 
-
-
 /// Shows popup modals in windows of their own over the host's foreground window, one at a
 /// time: a new modal replaces the one on show at once and silently (no close reaction, no
 /// dismissed callback). A closed modal's window is destroyed.
