@@ -1,7 +1,6 @@
+#include "../widgets/widgetstestsupport.h"
 #include "embedded/iamuiembeddedbanner.h"
 #include "frontend/widgetsfrontend.h"
-#include "httpserver/httpserver.h"
-#include "images/imageloader.h"
 #include "modal/iampopupmodalviewcontroller.h"
 #include "popupbanner/iampopupbannerviewcontroller.h"
 
@@ -9,7 +8,6 @@
 #include <VelmoraInAppMessaging/velmorainappmessagingdelegate.h>
 
 #include <QApplication>
-#include <QBuffer>
 #include <QDialog>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -24,22 +22,10 @@
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
-using velmora::loopback::Certificate;
 using velmora::loopback::HttpServer;
 using velmora::loopback::Response;
 
 namespace {
-
-QByteArray png()
-{
-    QImage image(200, 100, QImage::Format_RGB32);
-    image.fill(Qt::red);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, "PNG");
-    return bytes;
-}
 
 QByteArray banner(const QByteArray &id, const QByteArray &location, const QString &imageUrl,
                   int priority = 50)
@@ -130,11 +116,9 @@ private:
 
 void tst_Facade::initTestCase()
 {
-    QVERIFY(Certificate::shared());
     QVERIFY(m_api.listen(HttpServer::Mode::Http));
-    QVERIFY(m_images.listen(HttpServer::Mode::Https));
-    m_images.setDefaultResponse(Response::withStatus(200, png()));
-    ImageLoader::shared()->setSslConfiguration(Certificate::shared()->clientConfiguration());
+    QVERIFY(test::listenForImages(m_images));
+    m_images.setDefaultResponse(Response::withStatus(200, test::png({ 200, 100 }, Qt::red)));
     VelmoraInAppMessaging::shared().setup(u"key"_s, u"tenant"_s,
                                           m_api.url(u"/vorpex/v1"_s).toString());
 }
