@@ -58,8 +58,8 @@ private Q_SLOTS:
     void init();
     void load_data();
     void load();
-    void destroyedContextAbandonsLoad();
-    void destroyedLoaderEndsItsLoads();
+    void destroyedOwnerEndsTheLoad_data();
+    void destroyedOwnerEndsTheLoad();
     void loadFromAnotherThread();
     void transfersStayOffTheCallingThread();
 
@@ -186,24 +186,21 @@ void tst_ImageLoader::load()
     QCOMPARE(m_plain.requestCount(), 0);
 }
 
-void tst_ImageLoader::destroyedContextAbandonsLoad()
+void tst_ImageLoader::destroyedOwnerEndsTheLoad_data()
 {
+    QTest::addColumn<bool>("loader"); // else the completion's context
+    QTest::newRow("context") << false;
+    QTest::newRow("loader") << true;
+}
+
+void tst_ImageLoader::destroyedOwnerEndsTheLoad()
+{
+    QFETCH(bool, loader);
     m_server.setResponse(u"/slow"_s, slowGif());
     auto context = std::make_unique<QObject>();
     const auto outcome = startLoad(url(u"/slow"_s), context.get());
     QTRY_COMPARE(m_server.requestCount(), 1);
-    context.reset();
-    QTRY_COMPARE_WITH_TIMEOUT(m_server.openConnectionCount(), 0, 5000);
-    QTest::qWait(100);
-    QVERIFY(!outcome->delivered);
-}
-
-void tst_ImageLoader::destroyedLoaderEndsItsLoads()
-{
-    m_server.setResponse(u"/slow"_s, slowGif());
-    const auto outcome = startLoad(url(u"/slow"_s));
-    QTRY_COMPARE(m_server.requestCount(), 1);
-    m_loader.reset();
+    loader ? m_loader.reset() : context.reset();
     QTRY_COMPARE_WITH_TIMEOUT(m_server.openConnectionCount(), 0, 5000);
     QTest::qWait(100);
     QVERIFY(!outcome->delivered);
