@@ -3,9 +3,7 @@
 #include "../quicktestsupport.h"
 
 #include <QAnimationDriver>
-#include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QQuickItem>
 #include <QQuickWindow>
 
@@ -139,23 +137,13 @@ void tst_QuickModal::cleanup()
 void tst_QuickModal::serve(const QString &screen, const QString &imageLink,
                            const QString &buttonLink, int delayMs)
 {
-    const QJsonObject action {
-        { u"meta"_s,
-          QJsonObject { { u"scenario_id"_s, screen },
-                        { u"updated_at"_s, u"2026-01-01T00:00:00Z"_s },
-                        { u"action_type"_s, u"popup_modal"_s } } },
-        { u"creative_type"_s, u"single_message"_s },
-        { u"creative"_s,
-          QJsonObject {
-              { u"image"_s,
-                QJsonObject { { u"url"_s, m_images.url(u"/p.png"_s).toString() },
-                              { u"link_url"_s, imageLink } } },
-              { u"title"_s, QJsonObject { { u"text"_s, screen.toUpper() } } },
-              { u"button"_s,
-                QJsonObject { { u"text"_s, u"Go"_s }, { u"link_url"_s, buttonLink } } } } },
-    };
-    const QJsonObject body { { u"status"_s, u"ok"_s }, { u"actions"_s, QJsonArray { action } } };
-    m_responses.insert(screen, Response::json(QJsonDocument(body).toJson()).delayed(delayMs));
+    const QString body = uR"({"status": "ok", "actions": [{"meta": {"scenario_id": "%1",
+            "updated_at": "2026-01-01T00:00:00Z", "action_type": "popup_modal"},
+            "creative_type": "single_message", "creative": {"image": {"url": "%2",
+            "link_url": "%3"}, "title": {"text": "%4"}, "button": {"text": "Go",
+            "link_url": "%5"}}}]})"_s.arg(screen, m_images.url(u"/p.png"_s).toString(), imageLink,
+                                          screen.toUpper(), buttonLink);
+    m_responses.insert(screen, Response::json(body.toUtf8()).delayed(delayMs));
 }
 
 QQuickWindow *tst_QuickModal::showScreen(const QString &screen)
