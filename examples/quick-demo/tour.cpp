@@ -19,18 +19,6 @@ namespace quickdemo {
 
 namespace {
 
-bool waitFor(const std::function<bool()> &condition, int timeoutMs)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return true;
-}
-
 // The modal is a translucent window of its own; the library names it "popupModal".
 QQuickWindow *visibleModal()
 {
@@ -91,19 +79,7 @@ void call(QObject *object, const char *function, const QVariant &argument)
 Tour::Tour(QQuickWindow *window, const QString &outputDir)
     : m_window(window)
     , m_outputDir(outputDir)
-{
-    connect(&velmora::VelmoraInAppMessaging::shared(),
-            &velmora::VelmoraInAppMessaging::messageDetectedForDisplay, this,
-            [this](const InAppMessage &message) {
-                ++m_shown;
-                if (message.type() == InAppMessage::Type::PopupBanner)
-                    ++m_popupBanners;
-                else if (message.type() == InAppMessage::Type::EmbeddedBanner)
-                    ++m_embeddedBanners;
-                else if (message.type() == InAppMessage::Type::PopupModal)
-                    ++m_modals;
-            });
-}
+{ }
 
 int Tour::run()
 {
@@ -116,7 +92,7 @@ int Tour::run()
     save(u"01-home-modal"_s);
     if (QQuickWindow *modal = visibleModal()) {
         tap(modal, u"closeButton"_s);
-        waitFor([] { return !visibleModal(); }, 3000);
+        democommon::waitFor([] { return !visibleModal(); }, 3000);
         settle(400);
     }
     save(u"02-home"_s);
@@ -145,19 +121,19 @@ int Tour::run()
 
     // Let the reactions of the last taps leave before the process ends.
     settle(1500);
-    return m_failures == 0 && m_shown > 0 ? 0 : 1;
+    return m_failures == 0 && m_tally.shown > 0 ? 0 : 1;
 }
 
 void Tour::visit(const std::function<void()> &navigate)
 {
-    m_popupBanners = 0;
-    m_embeddedBanners = 0;
-    m_modals = 0;
+    m_tally.popupBanners = 0;
+    m_tally.embeddedBanners = 0;
+    m_tally.modals = 0;
     navigate();
     const QString screen = m_window->property("currentScreen").toString();
     // The first answer for the screen arrives, then the pictures load.
     settle(400);
-    const bool ready = waitFor(
+    const bool ready = democommon::waitFor(
         [this] {
             QQuickItem *content = m_window->contentItem();
             const auto slots = itemsWith(content, "revealed");
@@ -168,15 +144,15 @@ void Tour::visit(const std::function<void()> &navigate)
             const auto shown = std::count_if(banners.cbegin(), banners.cend(), [](QQuickItem *b) {
                 return b->property("shown").toBool() && b->property("imageSettled").toBool();
             });
-            bool modalReady = m_modals == 0;
+            bool modalReady = m_tally.modals == 0;
             if (QQuickWindow *modal = visibleModal()) {
                 const QQuickItem *image = find(modal->contentItem(), u"coverImage"_s);
                 const int status = image ? image->property("status").toInt() : 0;
                 modalReady = !image || image->property("source").toString().isEmpty() || status == 2
                     || status == 3;
             }
-            return revealed >= std::min<qsizetype>(m_embeddedBanners, slots.size())
-                && shown >= m_popupBanners && modalReady;
+            return revealed >= std::min<qsizetype>(m_tally.embeddedBanners, slots.size())
+                && shown >= m_tally.popupBanners && modalReady;
         },
         10000);
     if (!ready)
@@ -187,7 +163,7 @@ void Tour::visit(const std::function<void()> &navigate)
 
 void Tour::settle(int milliseconds)
 {
-    waitFor([] { return false; }, milliseconds);
+    democommon::waitFor([] { return false; }, milliseconds);
 }
 
 QQuickItem *Tour::find(QQuickItem *root, const QString &objectName) const

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "democommon.h"
+
 #include <QImage>
 #include <QObject>
 #include <QString>
@@ -32,10 +34,7 @@ private:
 
     QQuickWindow *m_window;
     QString m_outputDir;
-    int m_popupBanners = 0;
-    int m_embeddedBanners = 0;
-    int m_modals = 0;
-    int m_shown = 0;
+    democommon::MessageTally m_tally;
     int m_failures = 0;
 };
 

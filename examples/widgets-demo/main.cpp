@@ -6,6 +6,7 @@
 // With --tour it walks through every screen by itself (offscreen works), saves a PNG of each
 // state into DIR, prints their paths and quits.
 
+#include "democommon.h"
 #include "shopwindow.h"
 #include "tour.h"
 
@@ -14,8 +15,6 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDesktopServices>
-#include <QSslCertificate>
-#include <QSslConfiguration>
 #include <QStatusBar>
 
 #include <cstdio>
@@ -52,38 +51,10 @@ int main(int argc, char *argv[])
 
     QCommandLineParser parser;
     parser.setApplicationDescription(u"A small shop that shows in-app messages."_s);
-    parser.addHelpOption();
-    parser.addOptions({
-        { u"api-host"_s, u"The back end's API host, as velmora-devserver prints it."_s, u"HOST"_s },
-        { u"api-key"_s, u"The API key."_s, u"KEY"_s, u"demo-key"_s },
-        { u"tenant"_s, u"The tenant id."_s, u"TENANT"_s, u"demo-tenant"_s },
-        { u"ca-file"_s, u"Also trust the CA certificates in this PEM file."_s, u"FILE"_s },
-        { u"customer-id"_s, u"The signed-in customer, if any."_s, u"ID"_s },
-        { u"tour"_s, u"Visit every screen, save a PNG of each into DIR, then quit."_s, u"DIR"_s },
-    });
+    democommon::addOptions(parser);
     parser.process(app);
-    if (!parser.isSet(u"api-host"_s)) {
-        std::fprintf(stderr, "velmora-widgets-demo: --api-host is required\n");
-        return 64;
-    }
-    if (parser.isSet(u"ca-file"_s)) {
-        const auto certificates = QSslCertificate::fromPath(parser.value(u"ca-file"_s));
-        if (certificates.isEmpty()) {
-            std::fprintf(stderr, "velmora-widgets-demo: no certificate in %s\n",
-                         qPrintable(parser.value(u"ca-file"_s)));
-            return 2;
-        }
-        // Before the library's first request, which takes the default configuration.
-        QSslConfiguration ssl = QSslConfiguration::defaultConfiguration();
-        ssl.addCaCertificates(certificates);
-        QSslConfiguration::setDefaultConfiguration(ssl);
-    }
-
-    auto &messaging = velmora::VelmoraInAppMessaging::shared();
-    messaging.setup(parser.value(u"api-key"_s), parser.value(u"tenant"_s),
-                    parser.value(u"api-host"_s));
-    if (parser.isSet(u"customer-id"_s))
-        messaging.setCustomerId(parser.value(u"customer-id"_s));
+    if (const int status = democommon::connectLibrary(parser, "velmora-widgets-demo"))
+        return status;
 
     // Embedded banner slots are made after shared(), which hands them its store.
     shopdemo::ShopWindow window;

@@ -22,36 +22,12 @@ using velmora::InAppMessage;
 
 namespace shopdemo {
 
-namespace {
-
-bool waitFor(const std::function<bool()> &condition, int timeoutMs)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return true;
-}
-
-} // namespace
+namespace { } // namespace
 
 Tour::Tour(ShopWindow *window, const QString &outputDir)
     : m_window(window)
     , m_outputDir(outputDir)
-{
-    connect(&velmora::VelmoraInAppMessaging::shared(),
-            &velmora::VelmoraInAppMessaging::messageDetectedForDisplay, this,
-            [this](const InAppMessage &message) {
-                ++m_shown;
-                if (message.type() == InAppMessage::Type::PopupBanner)
-                    ++m_popupBanners;
-                else if (message.type() == InAppMessage::Type::PopupModal)
-                    ++m_modals;
-            });
-}
+{ }
 
 int Tour::run()
 {
@@ -59,7 +35,7 @@ int Tour::run()
     m_window->resize(400, 760);
     m_window->show();
     QApplication::setActiveWindow(m_window);
-    if (!waitFor([this] { return m_window->windowHandle()->isExposed(); }, 5000))
+    if (!democommon::waitFor([this] { return m_window->windowHandle()->isExposed(); }, 5000))
         return 1;
 
     visit([this] { m_window->start(); });
@@ -69,7 +45,7 @@ int Tour::run()
         const auto closeButtons = modal->findChildren<QWidget *>(u"closeButton"_s);
         if (!closeButtons.isEmpty()) {
             click(closeButtons.first());
-            waitFor([this] { return !visibleModal(); }, 3000);
+            democommon::waitFor([this] { return !visibleModal(); }, 3000);
         }
         settle(400);
     }
@@ -100,13 +76,13 @@ int Tour::run()
 
     // Let the reactions of the last taps leave before the process ends.
     settle(1500);
-    return m_failures == 0 && m_shown > 0 ? 0 : 1;
+    return m_failures == 0 && m_tally.shown > 0 ? 0 : 1;
 }
 
 void Tour::visit(const std::function<void()> &navigate)
 {
-    m_popupBanners = 0;
-    m_modals = 0;
+    m_tally.popupBanners = 0;
+    m_tally.modals = 0;
     navigate();
     if (!waitForMessages()) {
         std::fprintf(stderr, "tour: %s: not every message showed in time\n",
@@ -125,17 +101,17 @@ bool Tour::waitForMessages()
                 return false;
         }
         // A popup banner shows once its picture is in.
-        return int(visibleBannerControls(u"closeButton"_s).size()) >= m_popupBanners
-            && (m_modals == 0 || visibleModal());
+        return int(visibleBannerControls(u"closeButton"_s).size()) >= m_tally.popupBanners
+            && (m_tally.modals == 0 || visibleModal());
     };
     // The first answer for the screen arrives, then the pictures load.
     settle(300);
-    return waitFor(ready, 10000);
+    return democommon::waitFor(ready, 10000);
 }
 
 void Tour::settle(int milliseconds)
 {
-    waitFor([] { return false; }, milliseconds);
+    democommon::waitFor([] { return false; }, milliseconds);
 }
 
 QWidget *Tour::visibleModal() const

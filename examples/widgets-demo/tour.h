@@ -1,5 +1,7 @@
 #pragma once
 
+#include "democommon.h"
+
 #include <VelmoraInAppMessaging/inappmessage.h>
 
 #include <QObject>
@@ -34,9 +36,7 @@ private:
 
     ShopWindow *m_window;
     QString m_outputDir;
-    int m_popupBanners = 0;
-    int m_modals = 0;
-    int m_shown = 0;
+    democommon::MessageTally m_tally;
     int m_failures = 0;
 };
 
