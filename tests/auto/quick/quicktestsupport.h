@@ -13,6 +13,8 @@
 #include <QImage>
 #include <QQmlComponent>
 #include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
 #include <QSslConfiguration>
 #include <QStandardPaths>
 #include <QTest>
@@ -81,6 +83,26 @@ inline std::unique_ptr<QObject> createQml(QQmlEngine &engine, const QByteArray &
     if (!object)
         qWarning().noquote() << component.errorString();
     return object;
+}
+
+// The item of an inline QML document, placed in the scene of `window`.
+inline std::unique_ptr<QQuickItem> createItem(QQmlEngine &engine, const QByteArray &qml,
+                                              QQuickWindow *window)
+{
+    std::unique_ptr<QQuickItem> item(qobject_cast<QQuickItem *>(createQml(engine, qml).release()));
+    if (item)
+        item->setParentItem(window->contentItem());
+    return item;
+}
+
+// A window on screen, or null when it was never exposed.
+inline std::unique_ptr<QQuickWindow> exposedWindow(QSize size, QColor color = Qt::white)
+{
+    auto window = std::make_unique<QQuickWindow>();
+    window->setColor(color);
+    window->resize(size);
+    window->show();
+    return QTest::qWaitForWindowExposed(window.get()) ? std::move(window) : nullptr;
 }
 
 // Opens https links by logging "link:<url>", as a host's handler would, for as long as it lives.

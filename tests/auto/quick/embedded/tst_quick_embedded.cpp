@@ -120,10 +120,8 @@ void tst_QuickEmbedded::init()
     m_api.clear();
     m_opened.clear();
     m_api.setDefaultResponse(Response::json(R"({"status": "ok", "actions": []})"));
-    m_window = std::make_unique<QQuickWindow>();
-    m_window->resize(300, 600);
-    m_window->show();
-    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    m_window = velmora::test::exposedWindow({ 300, 600 });
+    QVERIFY(m_window);
 }
 
 void tst_QuickEmbedded::cleanup()
@@ -134,16 +132,11 @@ void tst_QuickEmbedded::cleanup()
 
 QQuickItem *tst_QuickEmbedded::show(const QByteArray &body)
 {
-    m_root.reset(qobject_cast<QQuickItem *>(
-        velmora::test::createQml(
-            m_engine,
-            "import QtQuick\nimport Velmora.InAppMessaging\nItem { width: 300; height: "
-            "600\n"
-                + body + "\n}")
-            .release()));
-    if (!m_root)
-        return nullptr;
-    m_root->setParentItem(m_window->contentItem());
+    m_root = velmora::test::createItem(
+        m_engine,
+        "import QtQuick\nimport Velmora.InAppMessaging\nItem { width: 300; height: 600\n" + body
+            + "\n}",
+        m_window.get());
     return m_root.get();
 }
 

@@ -113,11 +113,8 @@ void tst_QuickImage::initTestCase()
 
 void tst_QuickImage::init()
 {
-    m_window = std::make_unique<QQuickWindow>();
-    m_window->setColor(Qt::white);
-    m_window->resize(100, 100);
-    m_window->show();
-    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    m_window = velmora::test::exposedWindow({ 100, 100 });
+    QVERIFY(m_window);
 }
 
 void tst_QuickImage::cleanup()
@@ -128,16 +125,14 @@ void tst_QuickImage::cleanup()
 
 QQuickItem *tst_QuickImage::load(const QString &path, const QByteArray &fillMode)
 {
-    m_item.reset(qobject_cast<QQuickItem *>(
-        velmora::test::createQml(
-            m_engine,
-            "import QtQuick\nimport Velmora.InAppMessaging\nIAMAnimatedImage { width: "
-            "100; height: 100; fillMode: IAMAnimatedImage."
-                + fillMode + " }")
-            .release()));
+    m_item = velmora::test::createItem(m_engine,
+                                       "import QtQuick\nimport Velmora.InAppMessaging\n"
+                                       "IAMAnimatedImage { width: 100; height: 100; fillMode: "
+                                       "IAMAnimatedImage."
+                                           + fillMode + " }",
+                                       m_window.get());
     if (!m_item)
         return nullptr;
-    m_item->setParentItem(m_window->contentItem());
     m_item->setProperty("source", m_server.url(path).toString());
     return m_item.get();
 }
