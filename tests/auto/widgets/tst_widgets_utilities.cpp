@@ -129,6 +129,17 @@ private Q_SLOTS:
     void cardShadowCornersIndependentOfSize();
 
 private:
+    // A 40 x 40 view in an 80 x 80 window, on the test's clock, starting at 0.
+    IAMAnimatedImageView *clockedView(QWidget *window)
+    {
+        m_now = 0s;
+        window->resize(80, 80);
+        auto *view = new IAMAnimatedImageView(window);
+        view->setGeometry(0, 0, 40, 40);
+        view->setTimeSource([this] { return m_now; });
+        return view;
+    }
+
     std::chrono::nanoseconds m_now { 0 };
     std::unique_ptr<test::ManualAnimationDriver> m_animations;
     HttpServer m_server;
@@ -387,12 +398,8 @@ void tst_WidgetsUtilities::paddedLabelLineLimit()
 
 void tst_WidgetsUtilities::imageViewPlaysOnlyInAWindow()
 {
-    m_now = 0s;
     QWidget window;
-    window.resize(80, 80);
-    auto *view = new IAMAnimatedImageView(&window);
-    view->setGeometry(0, 0, 40, 40);
-    view->setTimeSource([this] { return m_now; });
+    IAMAnimatedImageView *view = clockedView(&window);
 
     view->setLoadedImage(threeFrames());
     QCOMPARE(view->currentFrameIndex(), 0);
@@ -443,12 +450,8 @@ void tst_WidgetsUtilities::imageViewPlaysOnlyInAWindow()
 
 void tst_WidgetsUtilities::imageViewConvertsOnlyNewFrames()
 {
-    m_now = 0s;
     QWidget window;
-    window.resize(80, 80);
-    auto *view = new IAMAnimatedImageView(&window);
-    view->setGeometry(0, 0, 40, 40);
-    view->setTimeSource([this] { return m_now; });
+    IAMAnimatedImageView *view = clockedView(&window);
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
     QSignalSpy frames(view, &IAMAnimatedImageView::frameChanged);
