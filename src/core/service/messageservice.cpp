@@ -199,6 +199,17 @@ void MessageService::fetchCore(const QString &screenName, FetchStep fetch, Displ
     });
 }
 
+void MessageService::cancelFetch(quint64 generation)
+{
+    if (generation != m_fetchGeneration || !m_inFlightFetch)
+        return;
+    // A new generation makes the answer stale; the loading it started ends here, as nothing
+    // current will end it.
+    ++m_fetchGeneration;
+    std::exchange(m_inFlightFetch, {})();
+    m_coordinator->finishLoading();
+}
+
 void MessageService::handleFetchError(const APIFailure &failure, quint64 generation,
                                       const QString &screenName)
 {

@@ -62,6 +62,10 @@ public:
     void noteScreenStart();
     int pendingScreenStartCount() const { return m_pendingScreenStartCount; }
     quint64 fetchGeneration() const { return m_fetchGeneration; }
+    /// Abandons the fetch of `generation` if it is still the newest and in flight: its request
+    /// is aborted and its answer, should it still arrive, is dropped. A screen that went away
+    /// before its answer calls this; a newer fetch needs no cancel.
+    void cancelFetch(quint64 generation);
 
     /// One fetch-and-display cycle; `finished` runs when it has ended, however it ended.
     void fetchCore(const QString &screenName, FetchStep fetch, DisplayStep display,

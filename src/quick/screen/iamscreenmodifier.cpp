@@ -18,14 +18,11 @@ VelmoraInAppMessagingPrivate *facade()
 }
 } // namespace
 
-// One appearance's screen view. The service can only be cancelled by a newer screen, so a
-// screen that goes away while its answer is on the way lets it arrive, and removes it again
-// if no screen has started since.
+// One appearance's screen view.
 struct IAMScreenModifier::Fetch
 {
     quint64 generation = 0;
     bool finished = false;
-    bool abandoned = false;
 };
 
 IAMScreenModifier::IAMScreenModifier(QQuickItem *parent)
@@ -130,13 +127,7 @@ void IAMScreenModifier::appear()
     VelmoraInAppMessagingPrivate *d = facade();
     auto fetch = std::make_shared<Fetch>();
     m_fetch = fetch;
-    QPointer<PopupBannerStore> store(d->popupBannerStore.get());
-    QPointer<MessageService> service(d->messageService.get());
-    d->screenViewForQuick(m_screenName, parameters, [fetch, store, service] {
-        fetch->finished = true;
-        if (fetch->abandoned && store && service && service->fetchGeneration() == fetch->generation)
-            store->clearAllPopupBanners();
-    });
+    d->screenViewForQuick(m_screenName, parameters, [fetch] { fetch->finished = true; });
     // The fetch has taken its generation by now, unless it has already ended.
     fetch->generation = d->messageService->fetchGeneration();
 }
@@ -148,8 +139,9 @@ void IAMScreenModifier::disappear()
     // A screen that started since owns the store now; its start has cleared this one's banners.
     if (fetch && d->messageService->fetchGeneration() != fetch->generation)
         return;
+    // Its answer must not reach a screen that is gone: no late modal, banners or slots.
     if (fetch && !fetch->finished)
-        fetch->abandoned = true;
+        d->messageService->cancelFetch(fetch->generation);
     d->popupBannerStore->clearAllPopupBanners();
 }
 

@@ -82,7 +82,7 @@ private Q_SLOTS:
     void actions_data();
     void actions();
     void replacementIsSilentAndLateDismissalHarmless();
-    void noForegroundWindow();
+    void screenGoneBeforeItsAnswerShowsNothing();
 
 private:
     void serve(const QString &screen, const QString &imageLink = {}, const QString &buttonLink = {},
@@ -291,17 +291,17 @@ void tst_QuickModal::replacementIsSilentAndLateDismissalHarmless()
     QTRY_COMPARE(reactions(), (QStringList { u"open:a"_s, u"open:b"_s }));
 }
 
-void tst_QuickModal::noForegroundWindow()
+void tst_QuickModal::screenGoneBeforeItsAnswerShowsNothing()
 {
+    // The window goes while the answer is on its way: its screen's fetch is abandoned, so the
+    // modal neither shows nor complains that there is no window to show it over.
     serve(u"a"_s, {}, {}, 300);
     m_host->setProperty("screen", u"a"_s);
     QTRY_COMPARE(m_api.requestCount(), 1);
     m_host->hide();
-    QTRY_COMPARE(m_log,
-                 QStringList { u"precondition: Could not find a foreground window scene to "
-                               u"display the popup modal."_s });
+    QTest::qWait(600);
     QVERIFY(modalWindows().isEmpty());
-    QTest::qWait(50);
+    QCOMPARE(m_log, QStringList());
     QCOMPARE(reactions(), QStringList());
 }
 
