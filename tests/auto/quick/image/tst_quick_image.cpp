@@ -4,6 +4,7 @@
 #include "gifwriter/gifwriter.h"
 
 #include <QAnimationDriver>
+#include <QPainter>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QSignalSpy>
@@ -47,14 +48,11 @@ QImage solid(QSize size, QColor colour)
 // Three bands, so a crop and a letterbox show up as different colours at the item's edges.
 QImage bands()
 {
-    QImage image(40, 20, QImage::Format_ARGB32);
+    QImage image(400, 200, QImage::Format_ARGB32);
     image.fill(Qt::green);
-    for (int y = 0; y < 20; ++y) {
-        for (int x = 0; x < 10; ++x) {
-            image.setPixelColor(x, y, Qt::red);
-            image.setPixelColor(39 - x, y, Qt::blue);
-        }
-    }
+    QPainter painter(&image);
+    painter.fillRect(0, 0, 100, 200, Qt::red);
+    painter.fillRect(300, 0, 100, 200, Qt::blue);
     return image;
 }
 
@@ -257,10 +255,17 @@ void tst_QuickImage::fitAndFill_data()
     QTest::addColumn<QByteArray>("fillMode");
     QTest::addColumn<QColor>("top");
     QTest::addColumn<QColor>("left");
+    QTest::addColumn<qreal>("topCornerRadius");
+    QTest::addColumn<QColor>("topLeftCorner");
 
-    // 40x20 bands in 100x100: fit letterboxes above and below, fill crops the outer bands.
-    QTest::newRow("fit") << QByteArray("Fit") << QColor(Qt::white) << QColor(Qt::red);
-    QTest::newRow("fill") << QByteArray("Fill") << QColor(Qt::green) << QColor(Qt::green);
+    // 400x200 bands in 100x100: fit letterboxes above and below, fill crops the outer bands.
+    QTest::newRow("fit") << QByteArray("Fit") << QColor(Qt::white) << QColor(Qt::red) << 0.0
+                         << QColor(Qt::white);
+    QTest::newRow("fill") << QByteArray("Fill") << QColor(Qt::green) << QColor(Qt::green) << 0.0
+                          << QColor(Qt::green);
+    // Rounded top corners let the window through there, and only there.
+    QTest::newRow("fill, rounded top") << QByteArray("Fill") << QColor(Qt::green)
+                                       << QColor(Qt::green) << 10.0 << QColor(Qt::white);
 }
 
 void tst_QuickImage::fitAndFill()
@@ -268,14 +273,21 @@ void tst_QuickImage::fitAndFill()
     QFETCH(QByteArray, fillMode);
     QFETCH(QColor, top);
     QFETCH(QColor, left);
+    QFETCH(qreal, topCornerRadius);
+    QFETCH(QColor, topLeftCorner);
 
     QQuickItem *item = load(u"/bands.png"_s, fillMode);
     QVERIFY(item);
+    item->setProperty("topCornerRadius", topCornerRadius);
     QTRY_COMPARE(item->property("status").toInt(), 2);
     const QImage shot = m_window->grabWindow();
     QCOMPARE(shot.pixelColor(50, 5), top);
     QCOMPARE(shot.pixelColor(2, 50), left);
     QCOMPARE(shot.pixelColor(50, 50), QColor(Qt::green));
+    QCOMPARE(shot.pixelColor(0, 0), topLeftCorner);
+    QCOMPARE(shot.pixelColor(99, 0), topLeftCorner);
+    // The bottom corners stay square: letterbox in fit, picture in fill, as at the top edge.
+    QCOMPARE(shot.pixelColor(0, 99), top);
 }
 
 VELMORA_QUICK_TEST_MAIN(tst_QuickImage)
