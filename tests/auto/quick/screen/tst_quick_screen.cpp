@@ -50,7 +50,6 @@ private Q_SLOTS:
     void openAndImageFailure_data();
     void openAndImageFailure();
     void clickAndCloseReachTheServerInOrder();
-    void screenshots();
 
 private:
     QQuickWindow *load(const QByteArray &screenBody, const QByteArray &customParameter = "[]");
@@ -73,8 +72,6 @@ void tst_QuickScreen::initTestCase()
     QVERIFY(velmora::test::listenLoopback(m_api, m_images));
     m_images.setResponse(u"/wide.png"_s, Response::withStatus(200, png({ 400, 100 }, Qt::red)));
     m_images.setResponse(u"/missing.png"_s, Response::withStatus(404));
-    m_images.setResponse(u"/slow.png"_s,
-                         Response::withStatus(200, png({ 400, 100 }, Qt::red)).delayed(2000));
     velmora::test::setUpFacade(m_api);
     velmora::test::logFacadeSignals(this, &m_log, u"error:"_s);
 }
@@ -470,51 +467,6 @@ void tst_QuickScreen::clickAndCloseReachTheServerInOrder()
                  (QStringList { u"open:c"_s, u"click:c"_s, u"click:c"_s, u"close:c"_s }));
     QVERIFY(card); // the banner stayed through both clicks
     QCOMPARE(m_root->property("contentClicks").toInt(), 0);
-}
-
-// Saves PNGs of a few banners when VELMORA_SHOTS_DIR is set, for a designer's eye.
-void tst_QuickScreen::screenshots()
-{
-    const QString dir = qEnvironmentVariable("VELMORA_SHOTS_DIR");
-    if (dir.isEmpty())
-        QSKIP("VELMORA_SHOTS_DIR is not set");
-    const QByteArray wide = imageUrl(u"/wide.png"_s).toUtf8();
-    const QByteArray slow = imageUrl(u"/slow.png"_s).toUtf8();
-    const QList<std::pair<QString, QList<QByteArray>>> scenes {
-        { u"full-top-and-bottom"_s,
-          { banner(
-                "a",
-                R"("image": {"url": ")" + wide
-                    + R"("}, "title": {"text": "Spring sale"}, "body": {"text": "Everything 20% off until Sunday, in every store and online."}, "button": {"text": "Shop now"})",
-                R"("location": "top", "margin": {"top": 12, "left": 12, "right": 12})"),
-            banner(
-                "b",
-                R"("image": {"url": ""}, "title": {"text": "Bottom, text only", "background_color": "FFE08A"}, "body": {"text": "Title on a background colour"}, "background_color": "F4F8FF")",
-                R"("location": "bottom", "margin": {"bottom": 24, "left": 16, "right": 16})") } },
-        { u"sides-and-centre"_s,
-          { banner("c", R"("image": {"url": ")" + wide + R"("})", R"("location": "top_left")"),
-            banner(
-                "d",
-                R"("image": {"url": ""}, "title": {"text": "Centre right"}, "button": {"text": "Go", "background_color": "2E7D32"})",
-                R"("location": "center_right")"),
-            banner(
-                "e",
-                R"("image": {"url": ")" + slow
-                    + R"("}, "title": {"text": "Loading image"}, "body": {"text": "placeholder while it loads"})",
-                R"("location": "bottom_left", "size": {"width": {"length": 80, "unit": "percentage"}})") } },
-    };
-    QDir().mkpath(dir);
-    for (const auto &[name, actions] : scenes) {
-        m_api.clear();
-        m_api.setDefaultResponse(Response::json(response(actions)));
-        QQuickWindow *window = load("");
-        QVERIFY(window);
-        QTRY_COMPARE(requests(u"/view"_s).size(), 1);
-        QTest::qWait(700);
-        const QString suffix = window->devicePixelRatio() > 1 ? u"@2x"_s : QString();
-        QVERIFY(window->grabWindow().save(dir + u'/' + name + suffix + u".png"_s));
-        m_root.reset();
-    }
 }
 
 VELMORA_QUICK_TEST_MAIN(tst_QuickScreen)
