@@ -1,6 +1,9 @@
 #include "presentation/popupmodalinteraction.h"
 
+#include "common/logging.h"
 #include "presentation/linkopening.h"
+
+using namespace Qt::StringLiterals;
 
 namespace velmora {
 
@@ -72,9 +75,13 @@ void PopupModalInteraction::dismiss(bool reportClose)
     });
 }
 
-void PopupModalInteraction::reportReactionsTo(ReactionHandler handler, const QString &screenName,
-                                              const QString &scenarioId)
+void PopupModalInteraction::attach(MessageHandler clicked, MessageHandler dismissed,
+                                   MessageErrorHandler error, ReactionHandler handler,
+                                   const QString &screenName, const QString &scenarioId)
 {
+    onClicked = std::move(clicked);
+    onDismissed = std::move(dismissed);
+    onError = std::move(error);
     onReaction = [handler = std::move(handler), screenName, scenarioId](EventsReactionType type) {
         if (handler)
             handler(type, screenName, scenarioId);
@@ -88,6 +95,24 @@ void PopupModalInteraction::forgetCallbacks()
     onClicked = {};
     onDismissed = {};
     onError = {};
+}
+
+void reportNoForegroundWindow(const PopupModalAction &content, const MessageErrorHandler &onError)
+{
+    qCDebug(lcVelmoraPresentation).noquote()
+        << u"Error present(screenName:scenarioId:content:reactionHandler:): "
+           u"フォアグラウンドのWindowSceneが見つかりません"_s;
+    if (onError)
+        onError(InAppMessage::fromPopupModal(content),
+                VelmoraError::precondition(
+                    u"Could not find a foreground window scene to display the popup modal."_s));
+}
+
+void noteModalReplaced()
+{
+    qCDebug(lcVelmoraPresentation).noquote()
+        << u"present(screenName:scenarioId:content:reactionHandler:): "
+           u"表示中のモーダルを撤去して新しいモーダルを表示します"_s;
 }
 
 } // namespace velmora

@@ -37,9 +37,10 @@ public:
     /// onDismiss.
     void closeButtonActivated();
 
-    /// Routes reactions to `handler` with the modal's screen and scenario.
-    void reportReactionsTo(ReactionHandler handler, const QString &screenName,
-                           const QString &scenarioId);
+    /// Hands the modal the host's callbacks, and routes its reactions to `handler` with its
+    /// screen and scenario.
+    void attach(MessageHandler clicked, MessageHandler dismissed, MessageErrorHandler error,
+                ReactionHandler handler, const QString &screenName, const QString &scenarioId);
     /// Forgets every callback: a removed modal never calls back, even from a fade under way.
     void forgetCallbacks();
 
@@ -58,5 +59,10 @@ private:
     // Fade completions hold it weakly, so that they do nothing once the modal has gone.
     std::shared_ptr<PopupModalInteraction *> m_self;
 };
+
+/// The host's error when there is no window to show a modal over; nothing is shown.
+void reportNoForegroundWindow(const PopupModalAction &content, const MessageErrorHandler &onError);
+/// A new modal replaces the one on show at once, silently.
+void noteModalReplaced();
 
 } // namespace velmora

@@ -44,30 +44,20 @@ void QuickPopupModalPresenter::present(const QString &screenName, const QString 
 {
     QWindow *host = foregroundWindow();
     if (!host) {
-        qCDebug(lcVelmoraPresentation).noquote()
-            << u"Error present(screenName:scenarioId:content:reactionHandler:): "
-               u"フォアグラウンドのWindowSceneが見つかりません"_s;
-        if (m_onError)
-            m_onError(
-                InAppMessage::fromPopupModal(content),
-                VelmoraError::precondition(
-                    u"Could not find a foreground window scene to display the popup modal."_s));
+        reportNoForegroundWindow(content, m_onError);
         return;
     }
 
     if (m_current) {
-        qCDebug(lcVelmoraPresentation).noquote()
-            << u"present(screenName:scenarioId:content:reactionHandler:): "
-               u"表示中のモーダルを撤去して新しいモーダルを表示します"_s;
+        noteModalReplaced();
         removeModalWindow();
     }
 
     auto *modal = new QuickPopupModalView(content, engine());
     // The connection's copy of the engine goes only when the window's last base is gone.
     connect(modal, &QObject::destroyed, modal, [engine = m_engine] { Q_UNUSED(engine); });
-    modal->onClicked = m_onClicked;
-    modal->onDismissed = m_onDismissed;
-    modal->onError = m_onError;
+    modal->attach(m_onClicked, m_onDismissed, m_onError, std::move(reactionHandler), screenName,
+                  scenarioId);
     QPointer<QuickPopupModalPresenter> self(this);
     QPointer<QuickPopupModalView> weakModal(modal);
     const auto removeIfCurrent = [self, weakModal] {
@@ -78,7 +68,6 @@ void QuickPopupModalPresenter::present(const QString &screenName, const QString 
     modal->onDismiss = removeIfCurrent;
     // A modal goes with the window it covers, silently, as a child window would.
     connect(host, &QObject::destroyed, modal, removeIfCurrent);
-    modal->reportReactionsTo(std::move(reactionHandler), screenName, scenarioId);
     m_current = modal;
     modal->showOver(host);
 }

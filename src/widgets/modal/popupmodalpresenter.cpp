@@ -54,28 +54,18 @@ void PopupModalPresenter::present(const QString &screenName, const QString &scen
 {
     QWidget *host = foregroundWindow();
     if (!host) {
-        qCDebug(lcVelmoraPresentation).noquote()
-            << u"Error present(screenName:scenarioId:content:reactionHandler:): "
-               u"フォアグラウンドのWindowSceneが見つかりません"_s;
-        if (m_onError)
-            m_onError(
-                InAppMessage::fromPopupModal(content),
-                VelmoraError::precondition(
-                    u"Could not find a foreground window scene to display the popup modal."_s));
+        reportNoForegroundWindow(content, m_onError);
         return;
     }
 
     if (m_current) {
-        qCDebug(lcVelmoraPresentation).noquote()
-            << u"present(screenName:scenarioId:content:reactionHandler:): "
-               u"表示中のモーダルを撤去して新しいモーダルを表示します"_s;
+        noteModalReplaced();
         removeModalWindow();
     }
 
     auto *modal = new IAMPopupModalViewController(content);
-    modal->onClicked = m_onClicked;
-    modal->onDismissed = m_onDismissed;
-    modal->onError = m_onError;
+    modal->attach(m_onClicked, m_onDismissed, m_onError, std::move(reactionHandler), screenName,
+                  scenarioId);
     QPointer<PopupModalPresenter> self(this);
     QPointer<IAMPopupModalViewController> weakModal(modal);
     modal->onDismiss = [self, weakModal] {
@@ -83,7 +73,6 @@ void PopupModalPresenter::present(const QString &screenName, const QString &scen
         if (self && weakModal && self->m_current == weakModal)
             self->removeModalWindow();
     };
-    modal->reportReactionsTo(std::move(reactionHandler), screenName, scenarioId);
     m_current = modal;
     modal->showOver(host);
 }
