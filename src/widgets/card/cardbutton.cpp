@@ -1,8 +1,14 @@
 #include "card/cardbutton.h"
 
+#include "presentation/colors.h"
+
 #include <QFocusEvent>
+#include <QGuiApplication>
 #include <QPainter>
 #include <QPainterPath>
+#include <QPalette>
+
+using namespace Qt::StringLiterals;
 
 namespace velmora {
 
@@ -12,6 +18,18 @@ CardButton::CardButton(QWidget *parent)
     setFocusPolicy(Qt::StrongFocus);
     setCursor(Qt::PointingHandCursor);
     setFontPixelSize(14);
+}
+
+CardButton::CardButton(const ButtonContent &content, qreal cornerRadius, QWidget *parent)
+    : CardButton(parent)
+{
+    setObjectName(u"button"_s);
+    setText(content.text);
+    setAccessibleName(content.text);
+    setCornerRadius(cornerRadius);
+    setColors(hexColor(content.textColor.value_or(QString())).value_or(Qt::white),
+              hexColor(content.backgroundColor.value_or(QString()))
+                  .value_or(QGuiApplication::palette().color(QPalette::Highlight)));
 }
 
 void CardButton::setColors(const QColor &foreground, const QColor &background)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VelmoraInAppMessaging/singlemessagecreative.h>
+
 #include <QAbstractButton>
 #include <QColor>
 
@@ -13,6 +15,9 @@ class CardButton : public QAbstractButton
 
 public:
     explicit CardButton(QWidget *parent = nullptr);
+    /// The button of a creative: its text, its colours or the fallbacks (white on the
+    /// application's highlight), named "button".
+    CardButton(const ButtonContent &content, qreal cornerRadius, QWidget *parent);
 
     void setColors(const QColor &foreground, const QColor &background);
     void setCornerRadius(qreal radius);

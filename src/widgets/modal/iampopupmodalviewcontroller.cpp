@@ -135,17 +135,7 @@ void IAMPopupModalViewController::buildContent()
     styleLabel(m_body, creative.body, false);
 
     if (creative.button && !creative.button->text.isEmpty()) {
-        const ButtonContent &button = *creative.button;
-        m_button = new CardButton(m_stack);
-        m_button->setObjectName(u"button"_s);
-        m_button->setText(button.text);
-        m_button->setAccessibleName(button.text);
-        m_button->setCornerRadius(style::cornerRadius);
-        const QColor background
-            = hexColor(button.backgroundColor.value_or(QString()))
-                  .value_or(QGuiApplication::palette().color(QPalette::Highlight));
-        m_button->setColors(hexColor(button.textColor.value_or(QString())).value_or(Qt::white),
-                            background);
+        m_button = new CardButton(*creative.button, style::cornerRadius, m_stack);
         connect(m_button, &CardButton::clicked, this, [this] { positiveButtonActivated(); });
     }
 

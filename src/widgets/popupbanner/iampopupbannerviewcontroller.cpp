@@ -102,16 +102,7 @@ void IAMPopupBannerViewController::buildContent()
     styleLabel(m_body, creative.body, false);
 
     if (creative.button && !creative.button->text.isEmpty()) {
-        const ButtonContent &button = *creative.button;
-        m_button = new CardButton(m_card);
-        m_button->setObjectName(u"button"_s);
-        m_button->setText(button.text);
-        m_button->setCornerRadius(style::buttonCornerRadius);
-        const QColor background
-            = hexColor(button.backgroundColor.value_or(QString()))
-                  .value_or(QGuiApplication::palette().color(QPalette::Highlight));
-        m_button->setColors(hexColor(button.textColor.value_or(QString())).value_or(Qt::white),
-                            background);
+        m_button = new CardButton(*creative.button, style::buttonCornerRadius, m_card);
         connect(m_button, &CardButton::clicked, this, [this] {
             handleClick(m_content.creative.button
                             ? m_content.creative.button->linkUrl.value_or(QString())
