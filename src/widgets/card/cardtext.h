@@ -2,6 +2,7 @@
 
 #include <VelmoraInAppMessaging/singlemessagecreative.h>
 
+#include <QColor>
 #include <QFont>
 
 #include <optional>
@@ -23,5 +24,25 @@ inline QFont pixelFont(const QFont &base, int pixelSize, QFont::Weight weight)
     font.setWeight(weight);
     return font;
 }
+
+class PaddedLabel;
+
+/// How a view draws a creative's title or body.
+struct CardTextStyle
+{
+    int pixelSize;
+    QFont::Weight weight;
+    /// The colour when the creative's is missing or not one.
+    QColor defaultColor;
+    /// Around the text, only when the creative gives a valid background colour.
+    qreal backgroundPadding;
+    /// 0 for unlimited.
+    int maximumLines = 0;
+};
+
+/// Shows `text` on `label` in `style`, the creative's colours over the defaults; hides the
+/// label when there is no text. Safe to call again when the text changes.
+void applyCardText(PaddedLabel *label, const QFont &base, const std::optional<TextContent> &text,
+                   const CardTextStyle &style);
 
 } // namespace velmora

@@ -27,26 +27,6 @@ QPointer<EmbeddedBannerStore> &defaultStoreSlot()
     return store;
 }
 
-void styleLabel(PaddedLabel *label, const QFont &base, const std::optional<TextContent> &text,
-                bool title)
-{
-    QFont font(base);
-    font.setPixelSize(14);
-    font.setWeight(title ? QFont::Bold : QFont::Medium);
-    label->setFont(font);
-    const QColor fallback
-        = title ? palette::defaultTitleTextColor() : palette::defaultBodyTextColor();
-    label->setTextColor(text ? hexColor(text->textColor.value_or(QString())).value_or(fallback)
-                             : fallback);
-    const std::optional<QColor> background
-        = text ? hexColor(text->backgroundColor.value_or(QString())) : std::nullopt;
-    const int padding = background ? IAMUIEmbeddedBanner::textBackgroundPadding : 0;
-    label->setBackgroundColor(background.value_or(QColor()));
-    label->setTextInsets(QMargins(padding, padding, padding, padding));
-    label->setText(text ? text->text : QString());
-    label->setVisible(hasText(text));
-}
-
 } // namespace
 
 IAMUIEmbeddedBanner::IAMUIEmbeddedBanner(QWidget *parent)
@@ -260,8 +240,12 @@ void IAMUIEmbeddedBannerPrivate::revealContent(const EmbeddedBannerComponentData
     const SingleMessageCreative &creative = banner.content.creative;
     m_shimmer->hide();
     m_background = hexColor(creative.backgroundColor.value_or(QString())).value_or(Qt::white);
-    styleLabel(m_title, q->font(), creative.title, true);
-    styleLabel(m_body, q->font(), creative.body, false);
+    applyCardText(m_title, q->font(), creative.title,
+                  { 14, QFont::Bold, palette::defaultTitleTextColor(),
+                    IAMUIEmbeddedBanner::textBackgroundPadding });
+    applyCardText(m_body, q->font(), creative.body,
+                  { 14, QFont::Medium, palette::defaultBodyTextColor(),
+                    IAMUIEmbeddedBanner::textBackgroundPadding });
     m_imagePixelSize = imageVisible && m_imageLoadResult && m_imageLoadResult->image
         ? m_imageLoadResult->image->size()
         : QSize();

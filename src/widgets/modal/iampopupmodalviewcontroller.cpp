@@ -129,10 +129,14 @@ void IAMPopupModalViewController::buildContent()
 
     m_title = new PaddedLabel(m_stack);
     m_title->setObjectName(u"title"_s);
-    styleLabel(m_title, creative.title, true);
+    applyCardText(m_title, font(), creative.title,
+                  { style::titlePixelSize, QFont::Bold, palette::defaultTitleTextColor(),
+                    style::textBackgroundPadding });
     m_body = new PaddedLabel(m_stack);
     m_body->setObjectName(u"body"_s);
-    styleLabel(m_body, creative.body, false);
+    applyCardText(m_body, font(), creative.body,
+                  { style::bodyPixelSize, QFont::Normal, palette::defaultBodyTextColor(),
+                    style::textBackgroundPadding });
 
     if (creative.button && !creative.button->text.isEmpty()) {
         m_button = new CardButton(*creative.button, style::cornerRadius, m_stack);
@@ -154,28 +158,6 @@ void IAMPopupModalViewController::buildContent()
     setWindowTitle(name);
     setAccessibleName(name);
     setAccessibleDescription(hasText(creative.body) ? creative.body->text : QString());
-}
-
-void IAMPopupModalViewController::styleLabel(PaddedLabel *label,
-                                             const std::optional<TextContent> &text, bool bold)
-{
-    label->setFont(pixelFont(font(), bold ? style::titlePixelSize : style::bodyPixelSize,
-                             bold ? QFont::Bold : QFont::Normal));
-    label->setAlignment(Qt::AlignCenter);
-    label->setWordWrap(true);
-    const QColor fallback
-        = bold ? palette::defaultTitleTextColor() : palette::defaultBodyTextColor();
-    label->setTextColor(text ? hexColor(text->textColor.value_or(QString())).value_or(fallback)
-                             : fallback);
-    const std::optional<QColor> background
-        = text ? hexColor(text->backgroundColor.value_or(QString())) : std::nullopt;
-    if (background) {
-        label->setBackgroundColor(*background);
-        const int padding = int(style::textBackgroundPadding);
-        label->setTextInsets(QMargins(padding, padding, padding, padding));
-    }
-    label->setText(text ? text->text : QString());
-    label->setVisible(hasText(text));
 }
 
 void IAMPopupModalViewController::showOver(QWidget *hostWindow)

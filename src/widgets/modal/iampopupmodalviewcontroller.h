@@ -63,7 +63,6 @@ private:
     class CardFrame;
 
     void buildContent();
-    void styleLabel(PaddedLabel *label, const std::optional<TextContent> &text, bool bold);
     void followHost();
     void relayout();
     void imageLoaded(QSize size);

@@ -79,7 +79,6 @@ protected:
 
 private:
     void buildContent();
-    void styleLabel(PaddedLabel *label, const std::optional<TextContent> &text, bool bold);
     void watchScreen();
     qreal bottomSafeInset() const;
     qreal contentHeight(qreal cardWidth) const;
