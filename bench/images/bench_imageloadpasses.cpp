@@ -5,18 +5,13 @@
 // (QEventLoop::exec), and the server is this executable started again with --serve, so neither a
 // busy wait nor the server's work lands on the measured thread. A 60 Hz timer ticks in both kinds
 // of run, as a view's refresh would, so that the idle runs have passes to compare with.
-#include "benchgif.h"
-#include "httpserver/httpserver.h"
+#include "gifserverprocess.h"
 #include "images/imageloader.h"
 
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
-#include <QFile>
-#include <QProcess>
-#include <QSocketNotifier>
-#include <QTemporaryDir>
 #include <QThread>
 #include <QTimer>
 
@@ -29,9 +24,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
-using velmora::loopback::Certificate;
-using velmora::loopback::HttpServer;
-using velmora::loopback::Response;
 
 namespace {
 
@@ -196,59 +188,21 @@ void runLoop(const std::function<bool()> &done, int timeoutMs, const std::functi
     loop.exec();
 }
 
-int serve(const QString &dir)
-{
-    const std::optional<Certificate> certificate = Certificate::load(dir);
-    QFile file(dir + u"/banner.gif"_s);
-    if (!certificate || !file.open(QIODevice::ReadOnly))
-        return 1;
-    HttpServer server;
-    server.setCertificate(*certificate);
-    if (!server.listen(HttpServer::Mode::Https))
-        return 1;
-    server.setDefaultResponse(Response::withStatus(200, file.readAll()));
-    std::printf("%d\n", server.port());
-    std::fflush(stdout);
-    // Ends with the benchmark, which closes this process's standard input.
-    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
-    QObject::connect(&input, &QSocketNotifier::activated, [] {
-        char byte;
-        if (::read(STDIN_FILENO, &byte, 1) <= 0)
-            QCoreApplication::quit();
-    });
-    return QCoreApplication::exec();
-}
-
 } // namespace
 
 int main(int argc, char *argv[])
 {
     CountingApplication app(argc, argv);
-    if (argc == 3 && qstrcmp(argv[1], "--serve") == 0)
-        return serve(QString::fromLocal8Bit(argv[2]));
+    if (const auto status = bench::GifServerProcess::serveIfAsked(argc, argv))
+        return *status;
 
-    QTemporaryDir serverDir;
-    const std::optional<Certificate> certificate = Certificate::generate(serverDir.path());
-    QFile gifFile(serverDir.filePath(u"banner.gif"_s));
-    const QByteArray gif = bench::hundredFrameGif();
-    if (!certificate || !gifFile.open(QIODevice::WriteOnly) || gifFile.write(gif) != gif.size()) {
-        std::printf("cannot prepare the server's certificate and image (openssl missing?)\n");
+    bench::GifServerProcess server;
+    if (!server.start())
         return 1;
-    }
-    gifFile.close();
-
-    QProcess server;
-    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    server.start(QCoreApplication::applicationFilePath(), { u"--serve"_s, serverDir.path() });
-    if (!server.waitForStarted(10000) || !server.waitForReadyRead(30000)) {
-        std::printf("the server process did not start\n");
-        return 1;
-    }
-    const int port = server.readLine().trimmed().toInt();
 
     QTemporaryDir cacheDir;
     ImageLoader loader(cacheDir.path());
-    loader.setSslConfiguration(certificate->clientConfiguration());
+    loader.setSslConfiguration(server.clientConfiguration());
     PassMeter meter(&app);
 
     int failed = 0;
@@ -263,8 +217,7 @@ int main(int argc, char *argv[])
                     wall.start();
                     for (int i = 0; i < loadsPerRun; ++i) {
                         // Distinct URLs, so that no load is answered from the cache.
-                        const QString url
-                            = u"https://127.0.0.1:%1/banner-%2-%3.gif"_s.arg(port).arg(tag).arg(i);
+                        const QString url = server.url(u"/banner-%1-%2.gif"_s.arg(tag).arg(i));
                         loader.load(url, &app, [&](std::optional<LoadedImage> image) {
                             ++finished;
                             if (image && image->isAnimated())
@@ -294,15 +247,12 @@ int main(int argc, char *argv[])
         runLoop([&] { return idleWall.elapsed() >= qint64(loadWallMs); }, 120000, [] {});
         meter.recordInto(nullptr);
     }
-    server.closeWriteChannel();
-    if (!server.waitForFinished(10000))
-        server.kill();
 
     const double loadMax = percentile(loading.cpuMs, 1.0), idleMax = percentile(idle.cpuMs, 1.0);
     const double loadP99 = percentile(loading.cpuMs, 0.99), idleP99 = percentile(idle.cpuMs, 0.99);
     std::printf("GUI thread while %d loads of a 100-frame 600x500 GIF (%.1f MB) run over HTTPS "
                 "from another process, %d rounds interleaved with idle runs of the same length:\n",
-                loadsPerRun, double(gif.size()) / 1e6, rounds);
+                loadsPerRun, double(server.imageBytes()) / 1e6, rounds);
     std::printf("  loads: median wall time of a run %.0f ms, failures %d\n", percentile(walls, 0.5),
                 failed);
     std::printf("  passes during loads: %zu, CPU max %.3f ms, p99 %.3f ms, most events in one "

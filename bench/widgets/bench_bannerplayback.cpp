@@ -7,8 +7,7 @@
 // Images come over HTTPS from a loopback server, through the real loader, decoder and views.
 // The server is this executable started again with --serve, so that its work is not counted.
 
-#include "../images/benchgif.h"
-#include "httpserver/httpserver.h"
+#include "../images/gifserverprocess.h"
 #include "images/imageloader.h"
 #include "layout/keyboardsource.h"
 #include "popupbanner/iampopupbannerviewcontroller.h"
@@ -18,10 +17,6 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QEvent>
-#include <QFile>
-#include <QProcess>
-#include <QSocketNotifier>
-#include <QTemporaryDir>
 #include <QTimer>
 
 #include <algorithm>
@@ -110,65 +105,19 @@ public:
     qint64 painted = -1;
 };
 
-int serve(const QString &dir)
-{
-    const std::optional<loopback::Certificate> certificate = loopback::Certificate::load(dir);
-    QFile file(dir + u"/banner.gif"_s);
-    if (!certificate || !file.open(QIODevice::ReadOnly))
-        return 1;
-    loopback::HttpServer server;
-    server.setCertificate(*certificate);
-    if (!server.listen(loopback::HttpServer::Mode::Https))
-        return 1;
-    server.setDefaultResponse(loopback::Response::withStatus(200, file.readAll())
-                                  .header("Cache-Control", "max-age=3600"));
-    std::printf("%d\n", server.port());
-    std::fflush(stdout);
-    // Ends with the benchmark, which closes this process's standard input.
-    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
-    QObject::connect(&input, &QSocketNotifier::activated, [] {
-        char byte;
-        if (::read(STDIN_FILENO, &byte, 1) <= 0)
-            QCoreApplication::quit();
-    });
-    return QCoreApplication::exec();
-}
-
 } // namespace
 
 int main(int argc, char *argv[])
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    if (argc == 3 && qstrcmp(argv[1], "--serve") == 0)
-        return serve(QString::fromLocal8Bit(argv[2]));
+    if (const auto status = bench::GifServerProcess::serveIfAsked(argc, argv))
+        return *status;
 
-    QTemporaryDir serverDir;
-    const std::optional<loopback::Certificate> certificate
-        = loopback::Certificate::generate(serverDir.path());
-    QFile gifFile(serverDir.filePath(u"banner.gif"_s));
-    const QByteArray gif = bench::hundredFrameGif();
-    if (!certificate || !gifFile.open(QIODevice::WriteOnly) || gifFile.write(gif) != gif.size()) {
-        std::printf("cannot prepare the server's certificate and image (openssl missing?)\n");
+    bench::GifServerProcess server;
+    if (!server.start("max-age=3600"))
         return 1;
-    }
-    gifFile.close();
-    QProcess server;
-    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    server.start(QCoreApplication::applicationFilePath(), { u"--serve"_s, serverDir.path() });
-    if (!server.waitForStarted(10000) || !server.waitForReadyRead(30000)) {
-        std::printf("the server process did not start\n");
-        return 1;
-    }
-    const int port = server.readLine().trimmed().toInt();
-    const auto serverUrl
-        = [port](const QString &path) { return u"https://127.0.0.1:%1%2"_s.arg(port).arg(path); };
-    const auto stopServer = [&server] {
-        server.closeWriteChannel();
-        if (!server.waitForFinished(10000))
-            server.kill();
-    };
-    ImageLoader::shared()->setSslConfiguration(certificate->clientConfiguration());
+    ImageLoader::shared()->setSslConfiguration(server.clientConfiguration());
 
     QWidget idle;
     idle.resize(1280, 800);
@@ -179,7 +128,7 @@ int main(int argc, char *argv[])
     PopupBannerPresenter presenter(&keyboard);
     for (const DisplayPosition position : allDisplayPositions)
         presenter.present(
-            request(position, serverUrl(u"/banner.gif?p="_s + rawValue(position)), &playing));
+            request(position, server.url(u"/banner.gif?p="_s + rawValue(position)), &playing));
     const bool shown = waitFor(
         [&] {
             return std::all_of(allDisplayPositions.begin(), allDisplayPositions.end(), [&](auto p) {
@@ -190,7 +139,6 @@ int main(int argc, char *argv[])
         60000);
     if (!shown) {
         std::printf("banners did not show\n");
-        stopServer();
         return 1;
     }
     playing.hide();
@@ -218,7 +166,7 @@ int main(int argc, char *argv[])
         host.show();
         PopupBannerPresenter single(&keyboard);
         single.present(
-            request(DisplayPosition::Bottom, serverUrl(u"/banner.gif?p=bottom"_s), &host));
+            request(DisplayPosition::Bottom, server.url(u"/banner.gif?p=bottom"_s), &host));
         IAMPopupBannerViewController *banner = single.bannerAt(DisplayPosition::Bottom);
         auto *view = banner->findChild<IAMAnimatedImageView *>();
         FirstPaintProbe probe;
@@ -229,12 +177,10 @@ int main(int argc, char *argv[])
         });
         if (!waitFor([&] { return probe.painted >= 0; }, 10000)) {
             std::printf("banner never painted\n");
-            stopServer();
             return 1;
         }
         latencies << double(probe.painted) / 1e6;
     }
-    stopServer();
     std::sort(latencies.begin(), latencies.end());
     std::printf("Cached image arrival to first painted frame, 10 banners:\n");
     std::printf("  median %.2f ms, max %.2f ms = %.2f x one 16.7 ms frame (goal <= 1)\n",
