@@ -28,6 +28,9 @@ class MessageTally : public QObject
 public:
     MessageTally();
 
+    /// A new screen: its messages are counted from zero, the total goes on.
+    void startScreen() { popupBanners = embeddedBanners = modals = 0; }
+
     int shown = 0;
     int popupBanners = 0;
     int embeddedBanners = 0;

@@ -126,9 +126,7 @@ int Tour::run()
 
 void Tour::visit(const std::function<void()> &navigate)
 {
-    m_tally.popupBanners = 0;
-    m_tally.embeddedBanners = 0;
-    m_tally.modals = 0;
+    m_tally.startScreen();
     navigate();
     const QString screen = m_window->property("currentScreen").toString();
     // The first answer for the screen arrives, then the pictures load.

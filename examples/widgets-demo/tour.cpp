@@ -81,8 +81,7 @@ int Tour::run()
 
 void Tour::visit(const std::function<void()> &navigate)
 {
-    m_tally.popupBanners = 0;
-    m_tally.modals = 0;
+    m_tally.startScreen();
     navigate();
     if (!waitForMessages()) {
         std::fprintf(stderr, "tour: %s: not every message showed in time\n",
