@@ -194,16 +194,23 @@ std::optional<LoadedImage> AnimatedImageDecoder::decode(const QByteArray &data)
 
 QFuture<std::optional<LoadedImage>> AnimatedImageDecoder::decodeAsync(QByteArray data)
 {
+    return decodeAsync(std::move(data), {});
+}
+
+QFuture<std::optional<LoadedImage>>
+AnimatedImageDecoder::decodeAsync(QByteArray data, std::shared_ptr<const void> owner)
+{
     QThreadPool *pool = decodingPool();
-    return QtConcurrent::run(pool, [data = std::move(data)]() -> std::optional<LoadedImage> {
-        // Running out of memory on hostile input must end as "no image", not as an exception
-        // waiting in a future that nobody reads.
-        try {
-            return decode(data);
-        } catch (...) {
-            return std::nullopt;
-        }
-    });
+    return QtConcurrent::run(
+        pool, [data = std::move(data), owner = std::move(owner)]() -> std::optional<LoadedImage> {
+            // Running out of memory on hostile input must end as "no image", not as an exception
+            // waiting in a future that nobody reads.
+            try {
+                return decode(data);
+            } catch (...) {
+                return std::nullopt;
+            }
+        });
 }
 
 } // namespace velmora

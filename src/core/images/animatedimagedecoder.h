@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QFuture>
 
+#include <memory>
 #include <optional>
 
 namespace velmora {
@@ -36,6 +37,10 @@ public:
 
     /// decode() on the library's decoding threads, which are few on purpose (see the .cpp).
     static QFuture<std::optional<LoadedImage>> decodeAsync(QByteArray data);
+    /// As above for `data` that does not own its bytes (QByteArray::fromRawData): `owner` holds
+    /// them and is kept until the decoding is over.
+    static QFuture<std::optional<LoadedImage>> decodeAsync(QByteArray data,
+                                                           std::shared_ptr<const void> owner);
 };
 
 } // namespace velmora

@@ -1,5 +1,7 @@
 #include "images/gifdecoder.h"
 
+#include "images/blockmemory.h"
+
 #include <QHash>
 #include <QRect>
 
@@ -123,26 +125,32 @@ int bitwiseOrOfIndices(const QImage &image)
 }
 
 // Allocation failure is reported the way the containers beside these images report it.
-QImage newImage(QSize size, QImage::Format format)
+QImage checked(QImage image)
 {
-    QImage image(size, format);
     if (image.isNull())
         throw std::bad_alloc();
     return image;
+}
+
+QImage newImage(QSize size, QImage::Format format)
+{
+    return checked(QImage(size, format));
 }
 
 // Turns the images of a GIF into full frames. The canvas holds palette slots rather than
 // colours: 8 bits while the colours on it fit one 256-entry table, which is then the frame's
 // colour table as it is; 16 bits into a longer palette after that, each frame then getting a
 // table of the colours it shows (or 32 bits past 256 of them), until a frame that paints every
-// pixel lets the canvas start over with 8 bits.
+// pixel lets the canvas start over with 8 bits. The canvas is never shared: each frame is a
+// copy of it in the animation's arena.
 class GifAnimationDecoder
 {
 public:
-    GifAnimationDecoder(GifFileType *gif, QSize size, qint64 pixelBudget)
+    GifAnimationDecoder(GifFileType *gif, QSize size, int frameCount, qint64 pixelBudget)
         : m_gif(gif)
         , m_size(size)
         , m_canvas8(newImage(size, QImage::Format_Indexed8))
+        , m_arena(m_canvas8.sizeInBytes(), frameCount)
         , m_palette { transparent }
         , m_pixelBudget(pixelBudget)
     {
@@ -173,6 +181,7 @@ private:
     GifFileType *m_gif;
     const QSize m_size;
     QImage m_canvas8;
+    FrameArena m_arena;
     std::vector<quint16> m_canvas16;
     bool m_wide = false;
     QList<QRgb> m_palette;
@@ -236,22 +245,21 @@ bool GifAnimationDecoder::decodeImage(const std::optional<GraphicsControlBlock> 
 
 bool GifAnimationDecoder::decodeStraightIntoCanvas(const ColorMapObject *map)
 {
-    QImage canvas = newImage(m_size, QImage::Format_Indexed8);
+    // A frame cut short ends the decoding, so what it leaves on the canvas is never shown.
     const int height = m_size.height();
     for (int line = 0; line < height; ++line) {
         const int y = m_gif->Image.Interlace ? interlacedRow(line, height) : line;
-        if (DGifGetLine(m_gif, canvas.scanLine(y), m_size.width()) == GIF_ERROR)
+        if (DGifGetLine(m_gif, m_canvas8.scanLine(y), m_size.width()) == GIF_ERROR)
             return false;
     }
     // Indices past the colour table read as transparent. The table needs entries for them,
     // up to a power of two above the OR of all indices, which is at least the largest index.
-    const int allBits = bitwiseOrOfIndices(canvas);
+    const int allBits = bitwiseOrOfIndices(m_canvas8);
     int entries = std::max(map ? map->ColorCount : 0, 1);
     while (entries <= allBits)
         entries *= 2;
     m_wide = false;
     m_canvas16 = {};
-    m_canvas8 = std::move(canvas);
     m_palette.resize(entries);
     for (int i = 0; i < entries; ++i) {
         const GifColorType *c = map && i < map->ColorCount ? &map->Colors[i] : nullptr;
@@ -340,7 +348,7 @@ QImage GifAnimationDecoder::currentFrame()
 {
     if (!m_wide) {
         m_canvas8.setColorTable(m_palette);
-        return m_canvas8;
+        return checked(m_arena.copyOf(m_canvas8));
     }
     // Number the slots in use; past 256 of them only 32 bits hold the frame.
     std::vector<int> index(size_t(m_palette.size()), -1);
@@ -356,25 +364,24 @@ QImage GifAnimationDecoder::currentFrame()
             colours.append(m_palette.at(slot));
         }
     }
-    QImage frame
-        = newImage(m_size, indexed ? QImage::Format_Indexed8 : QImage::Format_ARGB32_Premultiplied);
     const quint16 *in = m_canvas16.data();
-    for (int y = 0; y < m_size.height(); ++y, in += m_size.width()) {
-        if (indexed) {
-            std::transform(in, in + m_size.width(), frame.scanLine(y),
-                           [&](quint16 slot) { return uchar(index[slot]); });
-        } else {
-            // Every colour is opaque or fully transparent, so it is premultiplied already.
+    if (!indexed) {
+        // Rare enough to take ordinary memory: the arena was sized for 8-bit frames.
+        QImage frame = newImage(m_size, QImage::Format_ARGB32_Premultiplied);
+        // Every colour is opaque or fully transparent, so it is premultiplied already.
+        for (int y = 0; y < m_size.height(); ++y, in += m_size.width())
             std::transform(in, in + m_size.width(), reinterpret_cast<QRgb *>(frame.scanLine(y)),
                            [&](quint16 slot) { return m_palette.at(slot); });
-        }
-    }
-    if (!indexed)
         return frame;
-    frame.setColorTable(colours);
+    }
+    // While the canvas is wide its 8-bit image is unused, so it can hold the frame.
+    for (int y = 0; y < m_size.height(); ++y, in += m_size.width())
+        std::transform(in, in + m_size.width(), m_canvas8.scanLine(y),
+                       [&](quint16 slot) { return uchar(index[slot]); });
+    m_canvas8.setColorTable(colours);
+    QImage frame = checked(m_arena.copyOf(m_canvas8));
     // Back to 8 bits, unless a saved area still refers to the long palette.
     if (m_disposal != DISPOSE_PREVIOUS) {
-        m_canvas8 = frame;
         m_palette = colours;
         m_slotsStale = true;
         m_wide = false;
@@ -406,7 +413,6 @@ void GifAnimationDecoder::widen()
     for (int y = 0; y < m_size.height(); ++y)
         std::copy_n(m_canvas8.constScanLine(y), m_size.width(),
                     m_canvas16.data() + qsizetype(y) * m_size.width());
-    m_canvas8 = QImage();
     m_wide = true;
 }
 
@@ -414,7 +420,6 @@ void GifAnimationDecoder::startOver()
 {
     m_wide = false;
     m_canvas16 = {};
-    m_canvas8 = newImage(m_size, QImage::Format_Indexed8);
     m_palette.clear();
     m_slotsStale = true;
 }
@@ -460,9 +465,9 @@ DecodedGif decodeGifFrames(QByteArrayView data, const GifInfo &info, qint64 pixe
         return out;
     out.frames.reserve(info.frameCount);
     out.delays.reserve(info.frameCount);
-    GifAnimationDecoder decoder(gif.get(), info.size, pixelBudget);
     // Each frame adds at most 256 colours to the canvas, whose colours are numbered in 16 bits.
     const int frames = std::min(info.frameCount, 255);
+    GifAnimationDecoder decoder(gif.get(), info.size, frames, pixelBudget);
     while (out.frames.size() < frames && decoder.readFrame(out)) { }
     return out;
 }

@@ -27,7 +27,7 @@ struct DecodedGif
 {
     /// Format_Indexed8, whose colour table holds every colour of the frame (a transparent pixel
     /// is an entry with alpha 0); Format_ARGB32_Premultiplied for a frame that needs more than
-    /// 256 colours.
+    /// 256 colours. The 8-bit frames of a large animation share one FrameArena block.
     QList<QImage> frames;
     /// Seconds, one per frame: the frame's own delay, or 0.1 when it is below 0.1 or missing.
     QList<double> delays;

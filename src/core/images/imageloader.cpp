@@ -3,6 +3,7 @@
 #include "common/logging.h"
 #include "common/threading.h"
 #include "images/animatedimagedecoder.h"
+#include "images/blockmemory.h"
 #include "network/httpsredirectguarddelegate.h"
 
 #include <QCoreApplication>
@@ -18,6 +19,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <cstring>
 
 using namespace Qt::StringLiterals;
 
@@ -167,8 +169,24 @@ private:
             fail();
             return;
         }
-        if (expected >= 1)
-            m_data.reserve(expected);
+        if (expected >= 1 && !reserveBody(expected))
+            return;
+    }
+
+    // Room for `bytes` of body, keeping what arrived so far; fails the load when memory ran out.
+    bool reserveBody(qsizetype bytes)
+    {
+        auto body = detail::MemoryBlock::reserve(size_t(bytes));
+        if (!body) {
+            qCDebug(lcVelmoraImages).noquote() << u"ImageLoader: no memory for "_s
+                    + QString::number(bytes) + u" bytes of response from "_s + m_urlString;
+            fail();
+            return false;
+        }
+        if (m_bodySize > 0)
+            std::memcpy(body->data(), m_body->data(), size_t(m_bodySize));
+        m_body = std::move(body);
+        return true;
     }
 
     bool followRedirect()
@@ -198,17 +216,17 @@ private:
         while (m_reply->bytesAvailable() > 0) {
             const qsizetype step
                 = qsizetype(std::min<qint64>(m_reply->bytesAvailable(), ImageLoader::receiveChunk));
-            const qsizetype old = m_data.size();
-            if (old + step > m_data.capacity()) {
-                // Doubling keeps a body of unknown length from being copied over and over.
-                m_data.reserve(
-                    std::min<qsizetype>(std::max(m_data.capacity() * 2, old + step),
-                                        ImageLoader::byteLimit + ImageLoader::receiveChunk));
-            }
-            m_data.resize(old + step);
-            const qint64 got = m_reply->read(m_data.data() + old, step);
-            m_data.resize(old + qsizetype(std::max<qint64>(got, 0)));
-            if (m_data.size() > ImageLoader::byteLimit) {
+            const qsizetype old = m_bodySize;
+            const qsizetype capacity = m_body ? qsizetype(m_body->size()) : 0;
+            // Doubling keeps a body of unknown length from being copied over and over.
+            if (old + step > capacity
+                && !reserveBody(
+                    std::min<qsizetype>(std::max(capacity * 2, old + step),
+                                        ImageLoader::byteLimit + ImageLoader::receiveChunk)))
+                return;
+            const qint64 got = m_reply->read(m_body->data() + old, step);
+            m_bodySize = old + qsizetype(std::max<qint64>(got, 0));
+            if (m_bodySize > ImageLoader::byteLimit) {
                 qCDebug(lcVelmoraImages).noquote() << u"ImageLoader: response exceeds "_s
                         + QString::number(ImageLoader::byteLimit) + u" bytes, aborting"_s;
                 fail();
@@ -259,7 +277,9 @@ private:
                 Q_EMIT finished(watcher->result());
             deleteLater();
         });
-        watcher->setFuture(AnimatedImageDecoder::decodeAsync(std::exchange(m_data, {})));
+        const QByteArray body
+            = m_body ? QByteArray::fromRawData(m_body->data(), m_bodySize) : QByteArray();
+        watcher->setFuture(AnimatedImageDecoder::decodeAsync(body, std::exchange(m_body, {})));
     }
 
     void fail()
@@ -296,7 +316,8 @@ private:
     QUrl m_url;
     QPointer<QNetworkReply> m_reply;
     QTimer *m_deadline;
-    QByteArray m_data;
+    std::shared_ptr<detail::MemoryBlock> m_body;
+    qsizetype m_bodySize = 0;
     int m_redirects = 0;
     bool m_validated = false;
     bool m_done = false;

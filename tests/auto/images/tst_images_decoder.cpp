@@ -351,26 +351,33 @@ void tst_AnimatedImageDecoder::gifFramesMatchQtReader_data()
             writeIndexedGif(s, table, { full(s, holes(s, 32, 2), 2), b }));
     }
     {
-        // 400 pixels in 256 colours; 4 more make 260, so frames 1, 3 and 5 need 32 bits. Frame 2
+        // A screen in 256 colours; 4 more make 260, so frames 1, 3 and 5 need 32 bits. Frame 2
         // paints them over and frame 3 restores them; frame 4 does the same, and frame 5 adds
         // them again until frame 6 restores the 256. Frame 7 covers everything.
+        const auto moreThan256 = [](QSize screen, const QByteArray &all) {
+            IndexedGifFrame other = part(QRect(0, 0, 2, 2), pattern({ 2, 2 }, 4));
+            other.localColours = colours(4, 200);
+            IndexedGifFrame otherSaved = other;
+            otherSaved.disposal = 3;
+            const int w = screen.width();
+            const QByteArray original = all.left(2) + all.mid(w, 2); // what frame 0 has there
+            return writeIndexedGif(screen, colours(256, 1),
+                                   { full(screen, all), other,
+                                     part(QRect(0, 0, 2, 2), original, 3),
+                                     part(QRect(5, 5, 1, 1), solid({ 1, 1 }, 7)),
+                                     part(QRect(0, 0, 2, 2), original), otherSaved,
+                                     part(QRect(5, 5, 1, 1), solid({ 1, 1 }, 8)),
+                                     full(screen, pattern(screen, 256)) });
+        };
         const QSize big(20, 20);
         QByteArray all(400, Qt::Uninitialized);
         for (int i = 0; i < 400; ++i)
             all[i] = char(i % 256);
-        IndexedGifFrame other = part(QRect(0, 0, 2, 2), pattern({ 2, 2 }, 4));
-        other.localColours = colours(4, 200);
-        IndexedGifFrame otherSaved = other;
-        otherSaved.disposal = 3;
-        const QByteArray original("\0\1\24\25", 4); // the indices frame 0 has there
-        add("more than 256 colours on the screen",
-            writeIndexedGif(big, colours(256, 1),
-                            { full(big, all), other, part(QRect(0, 0, 2, 2), original, 3),
-                              part(QRect(5, 5, 1, 1), solid({ 1, 1 }, 7)),
-                              part(QRect(0, 0, 2, 2), original), otherSaved,
-                              part(QRect(5, 5, 1, 1), solid({ 1, 1 }, 8)),
-                              full(big, pattern(big, 256)) }),
-            {}, { 1, 3, 5 });
+        add("more than 256 colours on the screen", moreThan256(big, all), {}, { 1, 3, 5 });
+        // Over 2 MiB of 8-bit frames share one block of memory, which outlives the decoder.
+        const QSize huge(700, 400);
+        add("more than 256 colours on a screen of 280,000 pixels",
+            moreThan256(huge, pattern(huge, 256)), {}, { 1, 3, 5 });
         // Qt's canvas has no alpha channel after an opaque first frame, so the cleared area
         // reads as white there.
         add("256 colours and then a background disposal",

@@ -134,6 +134,8 @@ void tst_ImageLoader::load_data()
             .header("Content-Length", "30000000")
             .trickled(1, 1000),
         1, false);
+    row("5,000,000 bytes with their length", image,
+        Response::withStatus(200, twoFrameGif(5'000'000)), 1, true);
     row("20,971,520 bytes without a length", image,
         withoutLength(Response::withStatus(200, twoFrameGif(ImageLoader::byteLimit))), 1, true);
     row("20,971,521 bytes without a length", image,
