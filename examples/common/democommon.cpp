@@ -4,7 +4,6 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QSslCertificate>
 #include <QSslConfiguration>
 
@@ -52,18 +51,6 @@ int connectLibrary(const QCommandLineParser &parser, const char *program)
     if (parser.isSet(u"customer-id"_s))
         messaging.setCustomerId(parser.value(u"customer-id"_s));
     return 0;
-}
-
-bool waitFor(const std::function<bool()> &condition, int timeoutMs)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return true;
 }
 
 MessageTally::MessageTally()

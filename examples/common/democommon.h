@@ -4,8 +4,6 @@
 
 #include <QObject>
 
-#include <functional>
-
 class QCommandLineParser;
 
 namespace democommon {
@@ -16,9 +14,6 @@ void addOptions(QCommandLineParser &parser);
 /// Trusts --ca-file and sets the library up against --api-host. Returns 0, or the exit status
 /// after saying on standard error why it cannot.
 int connectLibrary(const QCommandLineParser &parser, const char *program);
-
-/// Runs the event loop until `condition` holds; false when `timeoutMs` passed first.
-bool waitFor(const std::function<bool()> &condition, int timeoutMs);
 
 /// The messages the library has found for display since it was made, by kind.
 class MessageTally : public QObject

@@ -3,14 +3,15 @@
 #include <VelmoraInAppMessaging/velmorainappmessaging.h>
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QPainter>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QtCore/qtestsupport_core.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 using velmora::InAppMessage;
@@ -92,8 +93,8 @@ int Tour::run()
     save(u"01-home-modal"_s);
     if (QQuickWindow *modal = visibleModal()) {
         tap(modal, u"closeButton"_s);
-        democommon::waitFor([] { return !visibleModal(); }, 3000);
-        settle(400);
+        std::ignore = QTest::qWaitFor([] { return !visibleModal(); }, 3000);
+        QTest::qWait(400);
     }
     save(u"02-home"_s);
 
@@ -104,7 +105,7 @@ int Tour::run()
     save(u"04-product"_s);
     // Tap the banner's button: the click is reported and the banner goes away.
     if (tap(m_window, u"button"_s))
-        settle(600);
+        QTest::qWait(600);
     call(m_window, "addToCart", 2);
     call(m_window, "addToCart", 0);
 
@@ -113,14 +114,14 @@ int Tour::run()
         QMetaObject::invokeMethod(page, "fillOrderForm", Q_ARG(QVariant, u"Alex Morgan"_s),
                                   Q_ARG(QVariant, u"alex@example.com"_s),
                                   Q_ARG(QVariant, u"12 Harbour Street"_s));
-    settle(200);
+    QTest::qWait(200);
     save(u"05-cart"_s);
     if (tap(m_window, u"closeButton"_s))
-        settle(600);
+        QTest::qWait(600);
     save(u"06-cart-closed"_s);
 
     // Let the reactions of the last taps leave before the process ends.
-    settle(1500);
+    QTest::qWait(1500);
     return m_failures == 0 && m_tally.shown > 0 ? 0 : 1;
 }
 
@@ -130,8 +131,8 @@ void Tour::visit(const std::function<void()> &navigate)
     navigate();
     const QString screen = m_window->property("currentScreen").toString();
     // The first answer for the screen arrives, then the pictures load.
-    settle(400);
-    const bool ready = democommon::waitFor(
+    QTest::qWait(400);
+    const bool ready = QTest::qWaitFor(
         [this] {
             QQuickItem *content = m_window->contentItem();
             const auto slots = itemsWith(content, "revealed");
@@ -156,12 +157,7 @@ void Tour::visit(const std::function<void()> &navigate)
     if (!ready)
         std::fprintf(stderr, "tour: %s: not every message showed in time\n", qPrintable(screen));
     // The fade-ins and the stack's transition.
-    settle(700);
-}
-
-void Tour::settle(int milliseconds)
-{
-    democommon::waitFor([] { return false; }, milliseconds);
+    QTest::qWait(700);
 }
 
 QQuickItem *Tour::find(QQuickItem *root, const QString &objectName) const
@@ -185,7 +181,7 @@ bool Tour::tap(QQuickWindow *window, const QString &objectName)
         return false;
     // What a tap on the control does: its clicked() signal, as its mouse area would emit it.
     const bool tapped = QMetaObject::invokeMethod(item, "clicked");
-    settle(50);
+    QTest::qWait(50);
     return tapped;
 }
 

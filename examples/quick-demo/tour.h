@@ -27,7 +27,6 @@ public:
 
 private:
     void visit(const std::function<void()> &navigate);
-    void settle(int milliseconds);
     void save(const QString &name);
     QQuickItem *find(QQuickItem *root, const QString &objectName) const;
     bool tap(QQuickWindow *window, const QString &objectName);

@@ -7,14 +7,15 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QWindow>
+#include <QtCore/qtestsupport_core.h>
 
 #include <cstdio>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 using velmora::IAMUIEmbeddedBanner;
@@ -35,7 +36,7 @@ int Tour::run()
     m_window->resize(400, 760);
     m_window->show();
     QApplication::setActiveWindow(m_window);
-    if (!democommon::waitFor([this] { return m_window->windowHandle()->isExposed(); }, 5000))
+    if (!QTest::qWaitFor([this] { return m_window->windowHandle()->isExposed(); }, 5000))
         return 1;
 
     visit([this] { m_window->start(); });
@@ -45,9 +46,9 @@ int Tour::run()
         const auto closeButtons = modal->findChildren<QWidget *>(u"closeButton"_s);
         if (!closeButtons.isEmpty()) {
             click(closeButtons.first());
-            democommon::waitFor([this] { return !visibleModal(); }, 3000);
+            std::ignore = QTest::qWaitFor([this] { return !visibleModal(); }, 3000);
         }
-        settle(400);
+        QTest::qWait(400);
     }
     save(u"02-home"_s);
 
@@ -64,18 +65,18 @@ int Tour::run()
 
     visit([this] { m_window->showScreen(ShopWindow::Screen::Cart); });
     m_window->fillOrderForm(u"Alex Morgan"_s, u"alex@example.com"_s, u"12 Harbour Street"_s);
-    settle(200);
+    QTest::qWait(200);
     save(u"05-cart"_s);
     for (QWidget *close : visibleBannerControls(u"closeButton"_s))
         click(close);
     // Down to the slot at the end of the form.
     if (auto *scroll = m_window->screenWidget(ShopWindow::Screen::Cart)->findChild<QScrollArea *>())
         scroll->verticalScrollBar()->setValue(scroll->verticalScrollBar()->maximum());
-    settle(600);
+    QTest::qWait(600);
     save(u"06-cart-closed"_s);
 
     // Let the reactions of the last taps leave before the process ends.
-    settle(1500);
+    QTest::qWait(1500);
     return m_failures == 0 && m_tally.shown > 0 ? 0 : 1;
 }
 
@@ -88,7 +89,7 @@ void Tour::visit(const std::function<void()> &navigate)
                      qPrintable(ShopWindow::screenName(m_window->currentScreen())));
     }
     // The fade-in, and the pictures of a modal, which shows before they arrive.
-    settle(visibleModal() ? 1500 : 600);
+    QTest::qWait(visibleModal() ? 1500 : 600);
 }
 
 bool Tour::waitForMessages()
@@ -104,13 +105,8 @@ bool Tour::waitForMessages()
             && (m_tally.modals == 0 || visibleModal());
     };
     // The first answer for the screen arrives, then the pictures load.
-    settle(300);
-    return democommon::waitFor(ready, 10000);
-}
-
-void Tour::settle(int milliseconds)
-{
-    democommon::waitFor([] { return false; }, milliseconds);
+    QTest::qWait(300);
+    return QTest::qWaitFor(ready, 10000);
 }
 
 QWidget *Tour::visibleModal() const
@@ -145,7 +141,7 @@ void Tour::click(QWidget *widget)
                         Qt::NoModifier);
     QApplication::sendEvent(widget, &press);
     QApplication::sendEvent(widget, &release);
-    settle(50);
+    QTest::qWait(50);
 }
 
 void Tour::save(const QString &name)

@@ -28,7 +28,6 @@ public:
 private:
     void visit(const std::function<void()> &navigate);
     bool waitForMessages();
-    void settle(int milliseconds);
     void save(const QString &name);
     QWidget *visibleModal() const;
     QList<QWidget *> visibleBannerControls(const QString &objectName) const;

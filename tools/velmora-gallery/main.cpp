@@ -16,7 +16,6 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -24,6 +23,7 @@
 #include <QSslConfiguration>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <QtCore/qtestsupport_core.h>
 
 #include <cstdio>
 #include <functional>
@@ -105,18 +105,6 @@ QWidget *makeHost(QSize size)
     return host;
 }
 
-bool waitFor(const std::function<bool()> &condition, int timeoutMs = 10000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return true;
-}
-
 void render(QWidget *host, qreal dpr, const QString &path)
 {
     QImage image(host->size() * dpr, QImage::Format_ARGB32_Premultiplied);
@@ -192,9 +180,9 @@ QStringList renderEmbedded(const QString &outDir, const std::function<QString(QS
             return hero->state() == IAMUIEmbeddedBanner::State::Revealed
                 && footer->state() == IAMUIEmbeddedBanner::State::Revealed;
         };
-        if (!waitFor(revealed))
+        if (!QTest::qWaitFor(revealed, 10000))
             std::fprintf(stderr, "embedded: not every banner showed\n");
-        waitFor([] { return false; }, 300); // a shimmer sweep mid-way
+        QTest::qWait(300); // a shimmer sweep mid-way
         for (const qreal dpr : { 1.0, 2.0 }) {
             const QString path = u"%1/embedded-%2x%3@%4x.png"_s.arg(outDir)
                                      .arg(size.width())
@@ -251,7 +239,7 @@ QStringList renderModal(const QString &outDir, const std::function<QString(QStri
                 delete host;
                 continue;
             }
-            waitFor([] { return false; }, action.creative.image.url.isEmpty() ? 400 : 1500);
+            QTest::qWait(action.creative.image.url.isEmpty() ? 400 : 1500);
             for (const qreal dpr : { 1.0, 2.0 }) {
                 QImage shot(size * dpr, QImage::Format_ARGB32_Premultiplied);
                 shot.setDevicePixelRatio(dpr);
@@ -361,11 +349,11 @@ int main(int argc, char *argv[])
                 }
                 return true;
             };
-            if (!waitFor(allShown))
+            if (!QTest::qWaitFor(allShown, 10000))
                 std::fprintf(stderr, "%s: not every banner showed\n", qPrintable(scene.name));
             if (scene.keyboard)
                 keyboard.setKeyboard(true, QRectF(0, size.height() - 300, size.width(), 300), 0);
-            waitFor([] { return false; }, 400); // fades
+            QTest::qWait(400); // fades
             for (const qreal dpr : { 1.0, 2.0 }) {
                 const QString path = u"%1/%2-%3x%4@%5x.png"_s.arg(outDir, scene.name)
                                          .arg(size.width())

@@ -14,7 +14,6 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -24,10 +23,11 @@
 #include <QSslCertificate>
 #include <QSslConfiguration>
 #include <QVBoxLayout>
+#include <QtCore/qtestsupport_core.h>
 
 #include <algorithm>
-#include <functional>
 #include <memory>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 
@@ -49,23 +49,6 @@ struct Options
     qreal dpr = 1;
     QString outDir = u"."_s;
 };
-
-bool waitFor(const std::function<bool()> &condition, int timeoutMs)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return true;
-}
-
-void settle(int milliseconds)
-{
-    waitFor([] { return false; }, milliseconds);
-}
 
 // The plain screen an action is drawn on: the colour of a typical app background.
 std::unique_ptr<QWidget> makeScreen(QSize size)
@@ -139,13 +122,13 @@ Outcome renderBanner(const Options &options, const ClassifiedPopupBanner &banner
         const IAMPopupBannerViewController *shown = presenter.bannerAt(position);
         return error || !shown || shown->hasReportedOpen();
     };
-    if (!waitFor(done, imageTimeoutMs))
+    if (!QTest::qWaitFor(done, imageTimeoutMs))
         return { std::nullopt, imageFailure(banner.content.creative.image.url) };
     if (error)
         return { std::nullopt, *error };
     if (!presenter.bannerAt(position))
         return { std::nullopt, imageFailure(banner.content.creative.image.url) };
-    settle(fadeMs);
+    QTest::qWait(fadeMs);
     return { grab(screen.get(), options.dpr),
              {},
              imageMissing(banner.content.creative.image.url, presenter.bannerAt(position)) };
@@ -171,10 +154,11 @@ Outcome renderModal(const Options &options, const ClassifiedModal &modal)
     if (cover && !loaded) {
         const QMetaObject::Connection finished = QObject::connect(
             cover, &IAMAnimatedImageView::loadFinished, view, [&loaded] { loaded = true; });
-        waitFor([&] { return loaded || cover->loadedImage().has_value(); }, imageTimeoutMs);
+        std::ignore = QTest::qWaitFor([&] { return loaded || cover->loadedImage().has_value(); },
+                                      imageTimeoutMs);
         QObject::disconnect(finished);
     }
-    settle(fadeMs);
+    QTest::qWait(fadeMs);
     Outcome outcome { grab(screen.get(), options.dpr, view),
                       {},
                       imageMissing(modal.content.creative.image.url, view) };
@@ -204,9 +188,10 @@ Outcome renderEmbedded(const Options &options, const ClassifiedEmbeddedBanner &b
     store.apply({ update });
     const auto settled
         = [slot] { return slot->state() != IAMUIEmbeddedBanner::State::Placeholder; };
-    if (!waitFor(settled, imageTimeoutMs) || slot->state() == IAMUIEmbeddedBanner::State::Hidden)
+    if (!QTest::qWaitFor(settled, imageTimeoutMs)
+        || slot->state() == IAMUIEmbeddedBanner::State::Hidden)
         return { std::nullopt, imageFailure(banner.content.creative.image.url) };
-    settle(100);
+    QTest::qWait(100);
     const IAMAnimatedImageView *image = IAMUIEmbeddedBannerPrivate::get(slot)->imageView();
     return { grab(screen.get(), options.dpr),
              {},
