@@ -11,7 +11,6 @@
 #include <QTest>
 
 #include <cmath>
-#include <limits>
 
 using namespace Qt::StringLiterals;
 using namespace velmora;
@@ -48,8 +47,6 @@ QByteArray action(const QByteArray &type, const QByteArray &rest = {})
         json += ", " + rest;
     return "{" + json.mid(1) + "}";
 }
-
-constexpr qint64 dropped = std::numeric_limits<qint64>::min();
 
 const QByteArray creative = R"("creative": {"image": {"url": "https://x/i.png"}})";
 
@@ -207,60 +204,130 @@ class tst_ResponseDecoding : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void envelope_data();
-    void envelope();
+    void decoded_data();
+    void decoded();
     void actionKeptOrSkipped_data();
     void actionKeptOrSkipped();
-    void creativeFields();
-    void popupBannerLayout_data();
-    void popupBannerLayout();
     void updatedAt_data();
     void updatedAt();
-    void unparsableUpdatedAtIsCutAndKept();
-    void priority_data();
-    void priority();
     void displayOrder();
     void sameAsQtPath_data();
     void sameAsQtPath();
 };
 
-void tst_ResponseDecoding::envelope_data()
+void tst_ResponseDecoding::decoded_data()
 {
     QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<QString>("status");
+    QTest::addColumn<QStringList>("expected"); // as decodeAndDump() prints it
 
-    QTest::newRow("empty actions") << QByteArray(R"({"actions": []})") << true << QString();
-    QTest::newRow("status kept") << QByteArray(R"({"actions": [], "status": "ok"})") << true
-                                 << u"ok"_s;
-    QTest::newRow("status null") << QByteArray(R"({"actions": [], "status": null})") << true
-                                 << QString();
-    QTest::newRow("status number")
-        << QByteArray(R"({"actions": [], "status": 1})") << false << QString();
-    QTest::newRow("actions missing") << QByteArray(R"({"status": "ok"})") << false << QString();
-    QTest::newRow("actions null") << QByteArray(R"({"actions": null})") << false << QString();
-    QTest::newRow("actions object") << QByteArray(R"({"actions": {}})") << false << QString();
-    QTest::newRow("top-level array") << QByteArray(R"([{"actions": []}])") << false << QString();
-    QTest::newRow("not json") << QByteArray("<html>502</html>") << false << QString();
-    QTest::newRow("empty body") << QByteArray() << false << QString();
-    QTest::newRow("truncated") << QByteArray(R"({"actions": [)") << false << QString();
+    const auto row = [](const char *name, const QByteArray &body, const QStringList &expected) {
+        QTest::newRow(name) << body << expected;
+    };
+    // The envelope alone: no warnings, whatever fails.
+    const QString noActions = u"error: key not found or null: actions"_s;
+    row("empty actions", R"({"actions": []})", { u"status: "_s });
+    row("status kept", R"({"actions": [], "status": "ok"})", { u"status: ok"_s });
+    row("status null", R"({"actions": [], "status": null})", { u"status: "_s });
+    row("status number", R"({"actions": [], "status": 1})",
+        { u"error: type mismatch at status: expected a string, found a number"_s });
+    row("actions missing", R"({"status": "ok"})", { noActions });
+    row("actions null", R"({"actions": null})", { noActions });
+    row("actions object", R"({"actions": {}})",
+        { u"error: type mismatch at actions: expected an array, found an object"_s });
+    row("top-level array", R"([{"actions": []}])",
+        { u"error: expected an object at top level, found an array"_s });
+    row("not json", "<html>502</html>",
+        { u"error: the data is not valid JSON: illegal value at offset 1"_s });
+    row("empty body", {}, { u"error: the data is not valid JSON: illegal value at offset 0"_s });
+    row("truncated", R"({"actions": [)",
+        { u"error: the data is not valid JSON: unterminated array at offset 13"_s });
+
+    // Every creative field; empty texts are kept, not treated as absent.
+    row("creative fields", wrapActions(action("embedded_banner", R"("creative": {
+        "image": {"url": "https://x/i.png", "link_url": null},
+        "title": {"text": "", "text_color": "FF0000", "background_color": null},
+        "button": {"text": "Go", "link_url": "https://x", "background_color": ""},
+        "background_color": "FFFFFF"}, "layout": null)")),
+        { u"status: ok"_s,
+          u"s1|2024-05-01T09:30:00Z|50|embedded_banner|2024-05-01T09:30:00.000Z|embedded_banner||"_s
+          u"https://x/i.png|-|{,\"FF0000\",-}|-|\"FFFFFF\"|Go|\"https://x\"|-|\"\""_s });
+
+    // A popup banner's layout: position, margins (top, bottom, left, right), width, height.
+    const auto banner = [&row](const char *name, const QByteArray &layout, const QString &fields) {
+        row(name,
+            wrapActions(
+                action("popup_banner", layout.isEmpty() ? creative : creative + ", " + layout)),
+            { u"status: ok"_s,
+              u"s1|2024-05-01T09:30:00Z|50|popup_banner|2024-05-01T09:30:00.000Z|popup_banner||"_s
+              u"https://x/i.png|-|-|-|-|"_s
+                  + fields });
+    };
+    const QString top = u"top|0|0|0|0"_s;
+    banner("no layout", {}, top);
+    banner("null layout", R"("layout": null)", top);
+    banner("empty layout", R"("layout": {})", top);
+    banner("unknown location", R"("layout": {"location": "middle"})", top);
+    banner("upper-case location", R"("layout": {"location": "BOTTOM"})", top);
+    banner("bottom_right", R"("layout": {"location": "bottom_right"})", u"bottom_right|0|0|0|0"_s);
+    banner("margin top only", R"("layout": {"margin": {"top": 8}})", u"top|8|0|0|0"_s);
+    banner("negative margins kept",
+           R"("layout": {"margin": {"top": -4, "bottom": 1e4, "left": 1.5, "right": null}})",
+           u"top|-4|10000|1.5|0"_s);
+    banner("width only", R"("layout": {"size": {"width": {"length": 999, "unit": "px"}}})",
+           top + u"|999px|-"_s);
+    banner(
+        "width and height",
+        R"("layout": {"location": "center", "size": {"width": {"length": 100, "unit": "percentage"}, "height": {"length": 1, "unit": "px"}}})",
+        u"center|0|0|0|0|100percentage|1px"_s);
+    banner("null height",
+           R"("layout": {"size": {"width": {"length": 1, "unit": "percentage"}, "height": null}})",
+           top + u"|1percentage|-"_s);
+
+    // Priority: 50 when absent; anything but a whole number in int64's range skips the action.
+    const auto priority = [&row](const char *name, const QByteArray &json, const QString &kept) {
+        const QString skipped = prefix
+            + u"Skipping malformed action at index 0: type mismatch at "_s
+              u"actions[0].meta.priority: expected an integer, found "_s;
+        row(name,
+            wrapActions(
+                R"({"meta": {"scenario_id": "s", "updated_at": "2024-05-01T09:30:00Z", "action_type": "x")"
+                + (json.isEmpty() ? QByteArray() : R"(, "priority": )" + json) + "}}"),
+            kept.startsWith(u"a "_s) ? QStringList { skipped + kept, u"status: ok"_s }
+                                     : QStringList { u"status: ok"_s,
+                                                     u"s|2024-05-01T09:30:00Z|"_s + kept
+                                                         + u"|x|2024-05-01T09:30:00.000Z|x|"_s });
+    };
+    priority("absent", {}, u"50"_s);
+    priority("null", "null", u"50"_s);
+    priority("zero", "0", u"0"_s);
+    priority("negative", "-3", u"-3"_s);
+    priority("large", "9007199254740993", u"9007199254740993"_s);
+    priority("whole double", "7.0", u"7"_s);
+    priority("fraction", "7.5", u"a number"_s);
+    priority("digit string", R"("10")", u"a string"_s);
+    priority("bool", "true", u"a boolean"_s);
+    priority("beyond int64", "1e19", u"a number"_s);
+
+    // An unparsable date is kept as text and warned about, cut to 200 characters; the emoji
+    // counts as one and is not split.
+    const QString garbage = QString(199, u'x') + u"\U0001F600"_s + QString(50, u'y');
+    row("unparsable updated_at is cut and kept",
+        wrapActions(R"({"meta": {"scenario_id": "s", "updated_at": ")" + garbage.toUtf8()
+                    + R"(", "action_type": "popup_modal"}, )" + creative + "}"),
+        { prefix
+              + u"Failed to parse updated_at as ISO8601; falling back to the current time. "_s
+                u"updatedAt=\""_s
+              + garbage.left(201) + u'"',
+          u"status: ok"_s,
+          u"s|"_s + garbage + u"|50|popup_modal|now|popup_modal||https://x/i.png|-|-|-|-"_s });
 }
 
-void tst_ResponseDecoding::envelope()
+void tst_ResponseDecoding::decoded()
 {
     QFETCH(QByteArray, body);
-    QFETCH(bool, ok);
-    QFETCH(QString, status);
-    WarningCollector warnings;
-    const auto decoded = decodeAPIResponse(body);
-    QCOMPARE(decoded.hasValue(), ok);
-    if (ok) {
-        QCOMPARE(decoded.value().status, status);
-        QVERIFY(decoded.value().actions.isEmpty());
-    } else {
-        QVERIFY(!decoded.error().description.isEmpty());
-    }
-    QVERIFY(warnings.lines.isEmpty());
+    QFETCH(QStringList, expected);
+    const QStringList lines = decodeAndDump(decodeAPIResponse, body);
+    QCOMPARE(lines, expected);
 }
 
 void tst_ResponseDecoding::actionKeptOrSkipped_data()
@@ -353,84 +420,6 @@ void tst_ResponseDecoding::actionKeptOrSkipped()
     }
 }
 
-void tst_ResponseDecoding::creativeFields()
-{
-    const QByteArray json = action("embedded_banner", R"("creative": {
-        "image": {"url": "https://x/i.png", "link_url": null},
-        "title": {"text": "", "text_color": "FF0000", "background_color": null},
-        "button": {"text": "Go", "link_url": "https://x", "background_color": ""},
-        "background_color": "FFFFFF"}, "layout": null)");
-    const auto decoded = decodeAPIResponse(wrapActions(json));
-    QVERIFY(decoded.hasValue());
-    const InAppMessage &message = decoded.value().actions.first().contents;
-    QCOMPARE(message.componentId(), QString());
-    const SingleMessageCreative &c = *message.creative();
-    QCOMPARE(c.image.url, u"https://x/i.png"_s);
-    QVERIFY(!c.image.linkUrl);
-    QVERIFY(c.title);
-    QCOMPARE(c.title->text, QString()); // empty text is kept, not treated as absent
-    QCOMPARE(c.title->textColor, std::optional(u"FF0000"_s));
-    QVERIFY(!c.title->backgroundColor);
-    QVERIFY(!c.body);
-    QCOMPARE(c.button->backgroundColor, std::optional(QString()));
-    QCOMPARE(c.button->linkUrl, std::optional(u"https://x"_s));
-    QCOMPARE(c.backgroundColor, std::optional(u"FFFFFF"_s));
-}
-
-void tst_ResponseDecoding::popupBannerLayout_data()
-{
-    QTest::addColumn<QByteArray>("layout");
-    QTest::addColumn<QString>("position");
-    QTest::addColumn<QList<double>>("margin"); // top, bottom, left, right
-    QTest::addColumn<QString>("size"); // "none" or "w<len><unit>[,h<len><unit>]"
-
-    const auto row = [](const char *name, const QByteArray &layout, const QString &position,
-                        const QString &size, const QList<double> &margin = { 0, 0, 0, 0 }) {
-        QTest::newRow(name) << layout << position << margin << size;
-    };
-    const QString top = u"top"_s, none = u"none"_s;
-    row("no layout", {}, top, none);
-    row("null layout", R"("layout": null)", top, none);
-    row("empty layout", R"("layout": {})", top, none);
-    row("unknown location", R"("layout": {"location": "middle"})", top, none);
-    row("upper-case location", R"("layout": {"location": "BOTTOM"})", top, none);
-    row("bottom_right", R"("layout": {"location": "bottom_right"})", u"bottom_right"_s, none);
-    row("margin top only", R"("layout": {"margin": {"top": 8}})", top, none, { 8, 0, 0, 0 });
-    row("negative margins kept",
-        R"("layout": {"margin": {"top": -4, "bottom": 1e4, "left": 1.5, "right": null}})", top,
-        none, { -4, 10000, 1.5, 0 });
-    row("width only", R"("layout": {"size": {"width": {"length": 999, "unit": "px"}}})", top,
-        u"w999px"_s);
-    row("width and height",
-        R"("layout": {"location": "center", "size": {"width": {"length": 100, "unit": "percentage"}, "height": {"length": 1, "unit": "px"}}})",
-        u"center"_s, u"w100percentage,h1px"_s);
-    row("null height",
-        R"("layout": {"size": {"width": {"length": 1, "unit": "percentage"}, "height": null}})",
-        top, u"w1percentage"_s);
-}
-
-void tst_ResponseDecoding::popupBannerLayout()
-{
-    QFETCH(QByteArray, layout);
-    QFETCH(QString, position);
-    QFETCH(QList<double>, margin);
-    QFETCH(QString, size);
-    const auto decoded = decodeAPIResponse(wrapActions(
-        action("popup_banner", layout.isEmpty() ? creative : creative + ", " + layout)));
-    QVERIFY(decoded.hasValue());
-    QCOMPARE(decoded.value().actions.size(), 1);
-    const PopupBannerAction &banner = *decoded.value().actions.first().contents.popupBannerAction();
-    QCOMPARE(rawValue(banner.position), position);
-    QCOMPARE((QList<double> { banner.margin.top, banner.margin.bottom, banner.margin.left,
-                              banner.margin.right }),
-             margin);
-    const auto &bannerSize = banner.size;
-    const QString actualSize = !bannerSize ? u"none"_s
-                                           : u'w' + dump(bannerSize->width)
-            + (bannerSize->height ? u",h"_s + dump(bannerSize->height) : QString());
-    QCOMPARE(actualSize, size);
-}
-
 void tst_ResponseDecoding::updatedAt_data()
 {
     QTest::addColumn<QString>("text");
@@ -467,61 +456,6 @@ void tst_ResponseDecoding::updatedAt()
     } else {
         QVERIFY(warnings.lines.isEmpty());
         QCOMPARE(parsed.toUTC().toString(Qt::ISODateWithMs), utc);
-    }
-}
-
-void tst_ResponseDecoding::unparsableUpdatedAtIsCutAndKept()
-{
-    WarningCollector warnings;
-    const QString garbage = QString(199, u'x') + u"\U0001F600"_s + QString(50, u'y');
-    const QByteArray json = R"({"meta": {"scenario_id": "s", "updated_at": ")" + garbage.toUtf8()
-        + R"(", "action_type": "popup_modal"}, )" + creative + "}";
-    const auto decoded = decodeAPIResponse(wrapActions(json));
-    QVERIFY(decoded.hasValue());
-    QCOMPARE(decoded.value().actions.size(), 1);
-    QCOMPARE(decoded.value().actions.first().meta.updatedAt, garbage);
-    QCOMPARE(warnings.lines.size(), 1);
-    // 200 characters: the emoji counts as one and is not split.
-    QCOMPARE(
-        warnings.lines.first(),
-        u"[VelmoraInAppMessaging][WARNING] Failed to parse updated_at as ISO8601; falling back "_s
-        u"to the current time. updatedAt=\""_s
-            + garbage.left(201) + u'"');
-}
-
-void tst_ResponseDecoding::priority_data()
-{
-    QTest::addColumn<QByteArray>("priority");
-    QTest::addColumn<qint64>("expected"); // dropped: the action is skipped
-
-    QTest::newRow("absent") << QByteArray() << qint64(50);
-    QTest::newRow("null") << QByteArray(R"(, "priority": null)") << qint64(50);
-    QTest::newRow("zero") << QByteArray(R"(, "priority": 0)") << qint64(0);
-    QTest::newRow("negative") << QByteArray(R"(, "priority": -3)") << qint64(-3);
-    QTest::newRow("large") << QByteArray(R"(, "priority": 9007199254740993)")
-                           << qint64(9007199254740993);
-    QTest::newRow("whole double") << QByteArray(R"(, "priority": 7.0)") << qint64(7);
-    QTest::newRow("fraction") << QByteArray(R"(, "priority": 7.5)") << dropped;
-    QTest::newRow("digit string") << QByteArray(R"(, "priority": "10")") << dropped;
-    QTest::newRow("bool") << QByteArray(R"(, "priority": true)") << dropped;
-    QTest::newRow("beyond int64") << QByteArray(R"(, "priority": 1e19)") << dropped;
-}
-
-void tst_ResponseDecoding::priority()
-{
-    QFETCH(QByteArray, priority);
-    QFETCH(qint64, expected);
-    WarningCollector warnings;
-    const QByteArray json
-        = R"({"meta": {"scenario_id": "s", "updated_at": "2024-05-01T09:30:00Z", "action_type": "x")"
-        + priority + "}}";
-    const auto decoded = decodeAPIResponse(wrapActions(json));
-    QVERIFY(decoded.hasValue());
-    if (expected == dropped) {
-        QVERIFY(decoded.value().actions.isEmpty());
-        QCOMPARE(warnings.lines.size(), 1);
-    } else {
-        QCOMPARE(decoded.value().actions.first().meta.priority, expected);
     }
 }
 
