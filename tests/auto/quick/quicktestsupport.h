@@ -6,11 +6,14 @@
 
 #include <VelmoraInAppMessaging/velmorainappmessaging.h>
 
+#include <QAnimationDriver>
 #include <QBuffer>
 #include <QDesktopServices>
 #include <QDir>
 #include <QGuiApplication>
 #include <QImage>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -37,18 +40,59 @@ inline QByteArray png(QSize size, QColor color = Qt::red)
     return png(image);
 }
 
-// A plain HTTP back end and an HTTPS image server whose authority the library trusts. The
-// trust goes into the default configuration, which the library's first request takes.
-inline bool listenLoopback(loopback::HttpServer &api, loopback::HttpServer &images)
+// An HTTPS image server whose authority the library trusts. The trust goes into the default
+// configuration, which the library's first request takes.
+inline bool listenHttps(loopback::HttpServer &images)
 {
     QStandardPaths::setTestModeEnabled(true);
     if (!loopback::Certificate::shared())
         return false;
     QSslConfiguration::setDefaultConfiguration(
         loopback::Certificate::shared()->clientConfiguration());
-    return api.listen(loopback::HttpServer::Mode::Http)
-        && images.listen(loopback::HttpServer::Mode::Https);
+    return images.listen(loopback::HttpServer::Mode::Https);
 }
+
+// A plain HTTP back end beside the trusted HTTPS image server.
+inline bool listenLoopback(loopback::HttpServer &api, loopback::HttpServer &images)
+{
+    return listenHttps(images) && api.listen(loopback::HttpServer::Mode::Http);
+}
+
+// The reactions the back end received, in order, as "reaction:scenario_id".
+inline QStringList reactions(const loopback::HttpServer &api)
+{
+    QStringList out;
+    for (const auto &request : api.requests()) {
+        if (request.path().endsWith(u"/reaction"))
+            out << request.json()[u"reaction"].toString() + u':'
+                    + request.json()[u"scenario_id"].toString();
+    }
+    return out;
+}
+
+// Animation time moves only when a test says so. Events on either side of a step let posted
+// registrations and the updates the step causes through.
+class ManualAnimationDriver : public QAnimationDriver
+{
+public:
+    qint64 elapsed() const override { return m_elapsed; }
+    // Like the default driver, whose clock starts over with each start.
+    void start() override
+    {
+        m_elapsed = 0;
+        QAnimationDriver::start();
+    }
+    void step(qint64 msecs)
+    {
+        QCoreApplication::processEvents();
+        m_elapsed += msecs;
+        advance();
+        QCoreApplication::processEvents();
+    }
+
+private:
+    qint64 m_elapsed = 0;
+};
 
 inline void setUpFacade(const loopback::HttpServer &api)
 {
