@@ -70,6 +70,9 @@ bool matches(const QString &actual, const QString &pattern)
         .hasMatch();
 }
 
+#define VERIFY_OUTCOME(reply, pattern)                                                             \
+    QVERIFY2(matches(outcome(reply), pattern), qPrintable(outcome(reply)))
+
 } // namespace
 
 class tst_APIClient : public QObject
@@ -129,11 +132,10 @@ void tst_APIClient::postsBodyAndHeaders()
 
     QCOMPARE(m_server.requestCount(), 1);
     const auto recorded = m_server.lastRequest();
-    QCOMPARE(recorded.method, QByteArray("POST"));
-    QCOMPARE(recorded.target, u"/vorpex/v1/app_events/view"_s);
-    QCOMPARE(recorded.header("x-api-key"), QByteArray("key"));
     QVERIFY(recorded.hasHeader("tenant-id")); // sent even when empty
-    QCOMPARE(recorded.header("tenant-id"), QByteArray());
+    QCOMPARE((QList<QByteArray> { recorded.method, recorded.target.toUtf8(),
+                                  recorded.header("x-api-key"), recorded.header("tenant-id") }),
+             (QList<QByteArray> { "POST", "/vorpex/v1/app_events/view", "key", "" }));
     for (const char *absent :
          { "x-vorpex-visitor-id", "x-vorpex-customer-id", "X-Injected", "x-os-version" })
         QVERIFY2(!recorded.hasHeader(absent), absent);
@@ -202,7 +204,7 @@ void tst_APIClient::refusedBeforeSending()
     if (custom != 0.0) // NaN included
         request.custom = { { u"ratio"_s, { custom } } };
     const auto reply = view(client, host.isEmpty() ? server : host, {}, request);
-    QVERIFY2(matches(outcome(reply), u"precondition: "_s + message), qPrintable(outcome(reply)));
+    VERIFY_OUTCOME(reply, u"precondition: "_s + message);
     QCOMPARE(m_server.requestCount(), 0);
 }
 
@@ -254,8 +256,8 @@ void tst_APIClient::answers()
     APIClient client;
     const auto viewReply = ::view(client, host);
     const auto reactionReply = ::reaction(client, host);
-    QVERIFY2(matches(outcome(viewReply), view), qPrintable(outcome(viewReply)));
-    QVERIFY2(matches(outcome(reactionReply), reaction), qPrintable(outcome(reactionReply)));
+    VERIFY_OUTCOME(viewReply, view);
+    VERIFY_OUTCOME(reactionReply, reaction);
     if (view.isEmpty())
         return;
     QVERIFY(!isCancellation(viewReply->error()));
@@ -273,9 +275,10 @@ void tst_APIClient::responseHeadersNormalised()
                                                        { "Content-Type", "application/json" },
                                                        { "bad\xff", "v" },
                                                        { "x-bad-value", "\xc3\x28" } });
-    QCOMPARE(headers.value(u"x-vorpex-visitor-id"_s), u"second"_s);
-    QCOMPARE(headers.value(u"content-type"_s), u"application/json"_s);
-    QCOMPARE(headers.size(), 2);
+    // Names lower-cased, the last of a repeated name wins, undecodable pairs dropped.
+    QCOMPARE(headers,
+             (ResponseHeaders { { u"x-vorpex-visitor-id"_s, u"second"_s },
+                                { u"content-type"_s, u"application/json"_s } }));
 }
 
 void tst_APIClient::timeouts_data()
@@ -298,8 +301,7 @@ void tst_APIClient::timeouts()
     timer.start();
     const auto reply = view(client, host);
     QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
-    QVERIFY2(matches(outcome(reply), u"networkError: TimeoutError: *"_s),
-             qPrintable(outcome(reply)));
+    VERIFY_OUTCOME(reply, u"networkError: TimeoutError: *"_s);
     QVERIFY(!isCancellation(reply->error()));
 }
 
@@ -354,7 +356,7 @@ void tst_APIClient::apiRedirects_data()
     QTest::addColumn<int>("status");
     // {other}: a second server on another port; {self}: this server with another scheme.
     QTest::addColumn<QByteArray>("location");
-    QTest::addColumn<QString>("outcome"); // as in answers(); "": followed
+    QTest::addColumn<QString>("expected"); // as in answers(); "": followed
 
     // Same origin: the event endpoint only takes a POST with its body, so every redirect that
     // is followed re-sends exactly that; 303 asks for a GET elsewhere, which has no meaning for
@@ -381,7 +383,7 @@ void tst_APIClient::apiRedirects()
 {
     QFETCH(int, status);
     QFETCH(QByteArray, location);
-    QFETCH(QString, outcome);
+    QFETCH(QString, expected);
     HttpServer other;
     QVERIFY(other.listen());
     other.setDefaultResponse(Response::json(okBody));
@@ -399,22 +401,21 @@ void tst_APIClient::apiRedirects()
                             { { u"x-api-key"_s, u"secret"_s },
                               { u"tenant-id"_s, u"t"_s },
                               { u"content-type"_s, u"application/json"_s } });
-    QVERIFY2(matches(::outcome(reply), outcome), qPrintable(::outcome(reply)));
+    VERIFY_OUTCOME(reply, expected);
     QCOMPARE(other.requestCount(), 0); // the key never leaves the API origin
 
     const auto requests = m_server.requests();
-    if (outcome.contains(u"TooMany"_s)) {
+    const auto &last = requests.last();
+    if (expected.contains(u"TooMany"_s))
         QVERIFY(requests.size() > 1 && requests.size() < 20);
-    } else if (!outcome.isEmpty()) {
+    else if (!expected.isEmpty())
         QCOMPARE(requests.size(), 1);
-    } else {
-        QCOMPARE(requests.size(), 2);
-        QCOMPARE(requests.at(1).target, u"/moved/view"_s);
-        QCOMPARE(requests.at(1).method, QByteArray("POST"));
-        QCOMPARE(requests.at(1).body, requests.at(0).body);
-        QCOMPARE(requests.at(1).header("x-api-key"), QByteArray("secret"));
-        QCOMPARE(requests.at(1).header("content-type"), QByteArray("application/json"));
-    }
+    else // followed: the same POST, body, key and content type, to the new place
+        QCOMPARE((QList<QByteArray> { QByteArray::number(requests.size()), last.target.toUtf8(),
+                                      last.method, last.body, last.header("x-api-key"),
+                                      last.header("content-type") }),
+                 (QList<QByteArray> { "2", "/moved/view", "POST", requests.first().body, "secret",
+                                      "application/json" }));
 }
 
 QTEST_GUILESS_MAIN(tst_APIClient)
