@@ -13,17 +13,18 @@ using velmora::test::png;
 
 namespace {
 
-// A popup banner action; `creative` and `layout` are JSON members without braces.
-QByteArray banner(const QByteArray &id, const QByteArray &creative, const QByteArray &layout)
+// An answer of one popup banner; `creative` and `layout` are JSON members without braces.
+QByteArray response(const QByteArray &id, const QByteArray &creative, const QByteArray &layout)
 {
-    return R"({"meta": {"scenario_id": ")" + id
+    return R"({"status": "ok", "actions": [{"meta": {"scenario_id": ")" + id
         + R"(", "updated_at": "2026-01-01T00:00:00Z", "priority": 50, "action_type": "popup_banner"}, "creative_type": "single_message", "creative": {)"
-        + creative + R"(}, "layout": {)" + layout + "}}";
+        + creative + R"(}, "layout": {)" + layout + "}}]}";
 }
 
-QByteArray response(const QList<QByteArray> &actions)
+// A creative of a title and an empty image, which shows without loading anything.
+QByteArray titled(const QByteArray &title)
 {
-    return R"({"status": "ok", "actions": [)" + actions.join(',') + "]}";
+    return R"("image": {"url": ""}, "title": {"text": ")" + title + R"("})";
 }
 
 // A window whose VelmoraScreen "home" holds `screenBody`, under a page and an ancestor that can
@@ -36,13 +37,9 @@ QByteArray hostQml(const QByteArray &screenBody, const QByteArray &customParamet
         import Velmora.InAppMessaging
         Window {
             width: 390; height: 844; visible: true; color: "#eeeeee"
-            property bool screenVisible: true
-            property bool parentVisible: true
-            property int evaluations: 0
-            property string plan: "gold"
-            property int contentClicks: 0
-            property alias screen: screen
-            function storeBanners() { return Object.keys(IAMSupport.popupBannerStore.popupBanners).join(",") }
+            property bool screenVisible: true; property bool parentVisible: true
+            property int evaluations: 0; property string plan: "gold"; property int contentClicks: 0
+            readonly property string storeBanners: Object.keys(IAMSupport.popupBannerStore.popupBanners).join(",")
             // Another page pushed over the page that holds the screen, popped again.
             property bool covered: false
             onCoveredChanged: covered ? stack.push(cover) : stack.pop()
@@ -52,14 +49,9 @@ QByteArray hostQml(const QByteArray &screenBody, const QByteArray &customParamet
                 anchors.fill: parent
                 initialItem: Item {
                     Item {
-                        anchors.fill: parent
-                        visible: parentVisible
+                        anchors.fill: parent; visible: parentVisible
                         VelmoraScreen {
-                            id: screen
-                            objectName: "screen"
-                            anchors.fill: parent
-                            visible: screenVisible
-                            screenName: "home"
+                            anchors.fill: parent; visible: screenVisible; screenName: "home"
                             customParameter: function () { evaluations++; return )"
         + customParameter + R"( }
                             MouseArea { anchors.fill: parent; onClicked: contentClicks++ }
@@ -105,35 +97,28 @@ class tst_QuickScreen : public QObject
         return all.size() == 1 ? all.first() : nullptr;
     }
 
-    // The screen names of the views the back end received.
-    QStringList viewedScreens() const
+    // The screen views the back end received.
+    QList<QJsonObject> viewRequests() const
     {
-        QStringList out;
+        QList<QJsonObject> out;
         for (const auto &request : m_api.requests()) {
             if (request.path().endsWith(u"/view"))
-                out << request.json()[u"meta"_s][u"screen_name"_s].toString();
+                out << request.json().object();
         }
         return out;
-    }
-    QJsonArray lastViewCustom() const
-    {
-        const auto all = m_api.requests();
-        const auto view = std::find_if(all.crbegin(), all.crend(), [](const auto &request) {
-            return request.path().endsWith(u"/view");
-        });
-        return view == all.crend() ? QJsonArray() : view->json()[u"custom"_s].toArray();
     }
 
     QStringList reactions() const { return velmora::test::reactions(m_api); }
 
-    QString storeBanners() const
-    {
-        QVariant keys;
-        QMetaObject::invokeMethod(m_root.get(), "storeBanners", Q_RETURN_ARG(QVariant, keys));
-        return keys.toString();
-    }
-
     QString imageUrl(const QString &path) const { return m_images.url(path).toString(); }
+
+    // The back end answers every screen view with this one banner.
+    void serve(const QByteArray &id, const QByteArray &creative, const QByteArray &location,
+               int delayMs = 0)
+    {
+        m_api.setDefaultResponse(
+            Response::json(response(id, creative, R"("location": )" + location)).delayed(delayMs));
+    }
 
     HttpServer m_api;
     HttpServer m_images;
@@ -155,7 +140,7 @@ private Q_SLOTS:
     void init()
     {
         m_api.clear();
-        m_api.setDefaultResponse(Response::json(response({})));
+        m_api.setDefaultResponse(Response::json(R"({"status": "ok", "actions": []})"));
         m_log.clear();
         m_engine = std::make_unique<QQmlEngine>();
     }
@@ -178,14 +163,14 @@ private Q_SLOTS:
     void fetchesOnEachAppearanceAndClearsOnHide()
     {
         QFETCH(QByteArray, hidden);
-        m_api.setDefaultResponse(Response::json(
-            response({ banner("s1", R"("image": {"url": ""}, "title": {"text": "Hello"})",
-                              R"("location": "top")") })));
+        serve("s1", titled("Hello"), R"("top")");
         QQuickWindow *window = load("", R"([CustomParameter.string("plan", plan)])");
         QVERIFY(window);
         QTRY_VERIFY(view() && view()->property("shown").toBool());
-        QCOMPARE(viewedScreens(), QStringList { u"home"_s });
+        QCOMPARE(viewRequests().size(), 1);
+        QCOMPARE(viewRequests()[0][u"meta"_s][u"screen_name"_s], u"home"_s);
         QCOMPARE(m_root->property("evaluations").toInt(), 1);
+        QCOMPARE(m_root->property("storeBanners").toString(), u"top"_s);
 
         // Gone at once, silently: no dismissal, no close.
         const bool inverted = hidden.startsWith('!');
@@ -193,15 +178,15 @@ private Q_SLOTS:
             hidden.remove(0, 1);
         window->setProperty(hidden.constData(), inverted);
         QTRY_VERIFY(views().isEmpty());
-        QCOMPARE(storeBanners(), QString());
+        QCOMPARE(m_root->property("storeBanners").toString(), QString());
         QVERIFY(!m_log.contains(u"dismissed"_s));
 
         // Back again: a new screen view, with the parameters of that moment.
         m_root->setProperty("plan", u"platinum"_s);
         window->setProperty(hidden.constData(), !inverted);
-        QTRY_COMPARE(viewedScreens().size(), 2);
+        QTRY_COMPARE(viewRequests().size(), 2);
         QCOMPARE(m_root->property("evaluations").toInt(), 2);
-        QCOMPARE(lastViewCustom().first()[u"value"_s], u"platinum"_s);
+        QCOMPARE(viewRequests().last()[u"custom"_s][0][u"value"_s], u"platinum"_s);
         QTRY_VERIFY(view() && view()->property("shown").toBool());
         QVERIFY(!reactions().contains(u"close:s1"_s));
     }
@@ -254,33 +239,30 @@ private Q_SLOTS:
         QVERIFY(load("", entries));
         if (custom.isEmpty()) {
             QTRY_VERIFY(m_log.size() == 1 && m_log.first().contains(u"floating-point"_s));
-            QCOMPARE(viewedScreens(), QStringList());
+            QCOMPARE(viewRequests().size(), 0);
             return;
         }
-        QTRY_COMPARE(viewedScreens().size(), 1);
-        QCOMPARE(lastViewCustom(), QJsonDocument::fromJson(custom).array());
+        QTRY_COMPARE(viewRequests().size(), 1);
+        QCOMPARE(viewRequests().last()[u"custom"_s].toArray(),
+                 QJsonDocument::fromJson(custom).array());
     }
 
     void lateAnswerOfAGoneScreenStaysOut()
     {
-        m_api.setDefaultResponse(
-            Response::json(
-                response({ banner("late", R"("image": {"url": ""}, "title": {"text": "Late"})",
-                                  R"("location": "bottom")") }))
-                .delayed(300));
+        serve("late", titled("Late"), R"("bottom")", 300);
         QQuickWindow *window = load("");
         QVERIFY(window);
-        QTRY_COMPARE(viewedScreens().size(), 1);
+        QTRY_COMPARE(viewRequests().size(), 1);
         window->setProperty("screenVisible", false);
         QTest::qWait(600);
-        QCOMPARE(storeBanners(), QString());
+        QCOMPARE(m_root->property("storeBanners").toString(), QString());
         QVERIFY(views().isEmpty());
         QCOMPARE(reactions(), QStringList());
     }
 
     void placement_data()
     {
-        QTest::addColumn<QByteArray>("layout");
+        QTest::addColumn<QByteArray>("layout"); // after "location":
         QTest::addColumn<int>("x"); // in the 390 x 844 overlay
         QTest::addColumn<int>("width");
         QTest::addColumn<int>("cardWidth");
@@ -289,17 +271,15 @@ private Q_SLOTS:
             QTest::newRow(name) << QByteArray(layout) << x << width << cardWidth;
         };
         // Side banners without a size take three quarters of the width at their edge.
-        row("top left", R"("location": "top_left")", 0, 293, 293);
-        row("top right", R"("location": "top_right")", 98, 292, 292);
+        row("top left", R"("top_left")", 0, 293, 293);
+        row("top right", R"("top_right")", 98, 292, 292);
         row("sized side is not limited",
-            R"("location": "center_left", "size": {"width": {"length": 350, "unit": "px"}})", 0,
-            390, 350);
+            R"("center_left", "size": {"width": {"length": 350, "unit": "px"}})", 0, 390, 350);
         row("percentage of the window",
-            R"("location": "bottom", "size": {"width": {"length": 50, "unit": "percentage"}})", 0,
-            390, 195);
+            R"("bottom", "size": {"width": {"length": 50, "unit": "percentage"}})", 0, 390, 195);
         row("margins",
-            R"("location": "bottom_right", "margin": {"top": 4, "bottom": 10, "left": 6, "right": 12})",
-            98, 292, 274);
+            R"("bottom_right", "margin": {"top": 4, "bottom": 10, "left": 6, "right": 12})", 98,
+            292, 274);
     }
 
     void placement()
@@ -308,15 +288,14 @@ private Q_SLOTS:
         QFETCH(int, x);
         QFETCH(int, width);
         QFETCH(int, cardWidth);
-        m_api.setDefaultResponse(Response::json(response(
-            { banner("p", R"("image": {"url": ""}, "title": {"text": "Placed"})", layout) })));
+        serve("p", titled("Placed"), layout);
         QQuickWindow *window = load("");
         QVERIFY(window);
         QTRY_VERIFY(view() && view()->property("shown").toBool());
         QQuickItem *banner = view();
         const QRectF frame(banner->position(), banner->size());
         const QString location
-            = QJsonDocument::fromJson("{" + layout + "}")[u"location"_s].toString();
+            = QJsonDocument::fromJson("{\"location\": " + layout + "}")[u"location"_s].toString();
         QCOMPARE(frame.x(), x);
         QCOMPARE(frame.width(), width);
         if (location.startsWith(u"top"))
@@ -337,9 +316,7 @@ private Q_SLOTS:
 
     void innermostScreenNameAndOneOverlay()
     {
-        m_api.setDefaultResponse(Response::json(
-            response({ banner("n", R"("image": {"url": ""}, "title": {"text": "Nested"})",
-                              R"("location": "center")") })));
+        serve("n", titled("Nested"), R"("center")");
         QVERIFY(load(R"(VelmoraScreen {
                         anchors.fill: parent
                         screenName: "inner"
@@ -387,8 +364,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, creative);
         QFETCH(bool, shown);
         QFETCH(bool, imageShown);
-        m_api.setDefaultResponse(
-            Response::json(response({ banner("o", creative, R"("location": "top")") })));
+        serve("o", creative, R"("top")");
         QVERIFY(load(""));
         if (shown) {
             QTRY_COMPARE(reactions(), QStringList { u"open:o"_s });
@@ -411,8 +387,7 @@ private Q_SLOTS:
         QByteArray creative
             = R"("image": {"url": "%1", "link_url": "https://example.com/image"}, "title": {"text": "Tap"}, "button": {"text": "Buy", "link_url": "https://example.com/button"})";
         creative.replace("%1", imageUrl(u"/wide.png"_s).toUtf8());
-        m_api.setDefaultResponse(
-            Response::json(response({ banner("c", creative, R"("location": "center")") })));
+        serve("c", creative, R"("center")");
         QQuickWindow *window = load("");
         QVERIFY(window);
         QTRY_COMPARE(reactions(), QStringList { u"open:c"_s });
