@@ -254,7 +254,6 @@ void tst_DevServer::requestChecks()
     QFETCH(QString, endpoint);
     QFETCH(QByteArray, body);
     QFETCH(Headers, sent);
-    QFETCH(int, status);
     QFETCH(QByteArray, visitorId);
 
     Options options;
@@ -266,10 +265,10 @@ void tst_DevServer::requestChecks()
     QVERIFY(server);
     const Reply reply
         = send(method, QUrl(server->apiHost() + u"/app_events/"_s + endpoint), body, sent);
-    QCOMPARE(reply.status, status);
+    QTEST(reply.status, "status");
     const QByteArray visitor = reply.raw->rawHeader("x-vorpex-visitor-id");
     // A refused request gets no identity: it never reached the back end proper.
-    if (status != 200)
+    if (reply.status != 200)
         QVERIFY2(!reply.raw->hasRawHeader("x-vorpex-visitor-id"), visitor.constData());
     else if (visitorId.isEmpty())
         QVERIFY2(!QUuid::fromString(QLatin1StringView(visitor)).isNull(), visitor.constData());
