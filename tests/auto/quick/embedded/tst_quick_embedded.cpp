@@ -14,15 +14,14 @@ using velmora::loopback::Response;
 
 namespace {
 
-QByteArray embedded(const QString &component, const QString &imageUrl, const QString &title)
+// The answer to a view: one banner for component "hero", with a title unless it is empty.
+QByteArray embedded(const QString &imageUrl, const QString &title)
 {
-    const QByteArray titleJson
-        = title.isEmpty() ? QByteArray() : R"(, "title": {"text": ")" + title.toUtf8() + R"("})";
-    return R"({"status": "ok", "actions": [{"meta": {"scenario_id": "s-)" + component.toUtf8()
-        + R"(", "updated_at": "2026-01-01T00:00:00Z", "priority": 10, "action_type": "embedded_banner"}, "creative_type": "single_message", "creative": {"image": {"url": ")"
-        + imageUrl.toUtf8()
-        + R"(", "link_url": "https://shop.example/sale"}, "button": {"text": "Shop"})" + titleJson
-        + R"(}, "layout": {"component_id": ")" + component.toUtf8() + R"("}}]})";
+    const QString titleJson
+        = title.isEmpty() ? QString() : uR"(, "title": {"text": "%1"})"_s.arg(title);
+    return uR"({"status": "ok", "actions": [{"meta": {"scenario_id": "s-hero", "updated_at": "2026-01-01T00:00:00Z", "priority": 10, "action_type": "embedded_banner"}, "creative_type": "single_message", "creative": {"image": {"url": "%1", "link_url": "https://shop.example/sale"}, "button": {"text": "Shop"}%2}, "layout": {"component_id": "hero"}}]})"_s
+        .arg(imageUrl, titleJson)
+        .toUtf8();
 }
 
 // What `run` writes to standard output.
@@ -140,19 +139,18 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("explicitName");
         QTest::addColumn<bool>("moveOut");
-        QTest::addColumn<QVariant>("expected");
+        QTest::addColumn<QString>("expected");
 
-        QTest::newRow("innermost") << QByteArray("undefined") << false << QVariant(u"inner"_s);
-        QTest::newRow("moved to the outer screen")
-            << QByteArray("undefined") << true << QVariant(u"outer"_s);
-        QTest::newRow("explicit") << QByteArray("\"mine\"") << false << QVariant(u"mine"_s);
+        QTest::newRow("innermost") << QByteArray("undefined") << false << u"inner"_s;
+        QTest::newRow("moved to the outer screen") << QByteArray("undefined") << true << u"outer"_s;
+        QTest::newRow("explicit") << QByteArray("\"mine\"") << false << u"mine"_s;
     }
 
     void innermostScreenNameWins()
     {
         QFETCH(QByteArray, explicitName);
         QFETCH(bool, moveOut);
-        QFETCH(QVariant, expected);
+        QFETCH(QString, expected);
 
         // Any item declaring iamScreenName is a screen to the banners inside it.
         QVERIFY(show(R"(
@@ -166,7 +164,7 @@ private Q_SLOTS:
                      + explicitName + " } }\n}\n}\n}"));
         if (moveOut)
             slot()->setParentItem(slot("outer"));
-        QCOMPARE(slot()->property("resolvedScreenName"), expected);
+        QCOMPARE(slot()->property("resolvedScreenName"), QVariant(expected));
     }
 
     void showsItsBanner_data()
@@ -210,9 +208,9 @@ private Q_SLOTS:
         QFETCH(QByteArray, placeholder);
 
         const QString url = image.isEmpty() ? QString() : m_images.url(image).toString();
-        m_api.setResponse(u"/vorpex/v1/app_events/view"_s,
-                          Response::json(embedded(u"hero"_s, url, title))
-                              .delayed(placeholder.isEmpty() ? 0 : 500));
+        m_api.setResponse(
+            u"/vorpex/v1/app_events/view"_s,
+            Response::json(embedded(url, title)).delayed(placeholder.isEmpty() ? 0 : 500));
         // Two slots of one component report one open between them.
         QVERIFY(
             showScreen("screenName: " + screen
