@@ -20,11 +20,12 @@ const char hostQml[] = R"(
         VelmoraScreen { anchors.fill: parent; screenName: "b"; visible: screen === "b" }
     })";
 
-QList<QQuickWindow *> modalWindows()
+// The library's modal windows, or only the visible ones.
+QList<QQuickWindow *> modalWindows(bool visibleOnly = false)
 {
     QList<QQuickWindow *> modals;
     for (QWindow *window : QGuiApplication::allWindows()) {
-        if (window->objectName() == u"popupModal")
+        if (window->objectName() == u"popupModal" && (!visibleOnly || window->isVisible()))
             modals << qobject_cast<QQuickWindow *>(window);
     }
     return modals;
@@ -32,9 +33,7 @@ QList<QQuickWindow *> modalWindows()
 
 QQuickWindow *visibleModal()
 {
-    const auto modals = modalWindows();
-    const auto it = std::ranges::find_if(modals, &QWindow::isVisible);
-    return it == modals.end() ? nullptr : *it;
+    return modalWindows(true).value(0);
 }
 
 QQuickItem *item(QQuickWindow *window, const QString &name)
