@@ -7,6 +7,7 @@
 #include <QDirIterator>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMetaEnum>
 #include <QRandomGenerator>
 #include <QTest>
 
@@ -52,6 +53,15 @@ const QByteArray creative = R"("creative": {"image": {"url": "https://x/i.png"}}
 
 const QString prefix = u"[VelmoraInAppMessaging][WARNING] "_s;
 
+// How decodeAndDump() prints action(type, ...): its meta and type, then `rest`, which starts
+// with the component id.
+QString dumped(const QString &type, const char *kind, const QString &rest = {})
+{
+    return u"s1|2024-05-01T09:30:00Z|50|"_s + type + u"|2024-05-01T09:30:00.000Z|"_s + type + u'|'
+        + QLatin1StringView(kind) + u'|' + rest;
+}
+const QString creativeDump = u"|https://x/i.png|-|-|-|-"_s; // `creative`, without component id
+
 QString dump(const std::optional<QString> &text)
 {
     return text ? u'"' + *text + u'"' : u"-"_s;
@@ -91,7 +101,10 @@ QStringList decodeAndDump(Expected<APIResponse, DecodingError> (*decode)(const Q
         const bool now = m.updatedDate >= before && m.updatedDate <= after;
         QStringList f { m.scenarioId, m.updatedAt, QString::number(m.priority), m.actionType };
         f << (now ? u"now"_s : m.updatedDate.toString(Qt::ISODateWithMs))
-          << action.contents.rawType() << action.contents.componentId();
+          << action.contents.rawType()
+          << QString::fromLatin1(
+                 QMetaEnum::fromType<InAppMessage::Type>().valueToKey(int(action.contents.type())))
+          << action.contents.componentId();
         if (const SingleMessageCreative *c = action.contents.creative()) {
             f << c->image.url << dump(c->image.linkUrl) << dump(c->title) << dump(c->body)
               << dump(c->backgroundColor);
@@ -206,8 +219,6 @@ class tst_ResponseDecoding : public QObject
 private Q_SLOTS:
     void decoded_data();
     void decoded();
-    void actionKeptOrSkipped_data();
-    void actionKeptOrSkipped();
     void updatedAt_data();
     void updatedAt();
     void displayOrder();
@@ -249,8 +260,8 @@ void tst_ResponseDecoding::decoded_data()
         "button": {"text": "Go", "link_url": "https://x", "background_color": ""},
         "background_color": "FFFFFF"}, "layout": null)")),
         { u"status: ok"_s,
-          u"s1|2024-05-01T09:30:00Z|50|embedded_banner|2024-05-01T09:30:00.000Z|embedded_banner||"_s
-          u"https://x/i.png|-|{,\"FF0000\",-}|-|\"FFFFFF\"|Go|\"https://x\"|-|\"\""_s });
+          dumped(u"embedded_banner"_s, "EmbeddedBanner",
+                 u"|https://x/i.png|-|{,\"FF0000\",-}|-|\"FFFFFF\"|Go|\"https://x\"|-|\"\""_s) });
 
     // A popup banner's layout: position, margins (top, bottom, left, right), width, height.
     const auto banner = [&row](const char *name, const QByteArray &layout, const QString &fields) {
@@ -258,9 +269,7 @@ void tst_ResponseDecoding::decoded_data()
             wrapActions(
                 action("popup_banner", layout.isEmpty() ? creative : creative + ", " + layout)),
             { u"status: ok"_s,
-              u"s1|2024-05-01T09:30:00Z|50|popup_banner|2024-05-01T09:30:00.000Z|popup_banner||"_s
-              u"https://x/i.png|-|-|-|-|"_s
-                  + fields });
+              dumped(u"popup_banner"_s, "PopupBanner", creativeDump + u'|' + fields) });
     };
     const QString top = u"top|0|0|0|0"_s;
     banner("no layout", {}, top);
@@ -283,6 +292,88 @@ void tst_ResponseDecoding::decoded_data()
            R"("layout": {"size": {"width": {"length": 1, "unit": "percentage"}, "height": null}})",
            top + u"|1percentage|-"_s);
 
+    // Between two good actions: a skipped one takes nothing else with it and is named by its
+    // index in the response.
+    const auto between = [&row](const char *name, const QByteArray &json, const QString &line) {
+        QStringList lines { u"status: ok"_s, dumped(u"popup_modal"_s, "PopupModal", creativeDump),
+                            dumped(u"last"_s, "Unsupported") };
+        if (line.startsWith(u"Skipping"_s))
+            lines.prepend(prefix + line);
+        else
+            lines.insert(2, line);
+        row(name, wrapActions(action("popup_modal", creative) + ',' + json + ',' + action("last")),
+            lines);
+    };
+    const QString skip = u"Skipping malformed action at index 1: "_s;
+    const auto missing = [&skip](const char *path) -> QString {
+        return skip + u"key not found: actions[1]."_s + QLatin1StringView(path);
+    };
+    const auto mismatch
+        = [&skip](const char *path, const char *expected, const char *found) -> QString {
+        return skip + u"type mismatch at actions[1]."_s + QLatin1StringView(path) + u": expected "_s
+            + QLatin1StringView(expected) + u", found "_s + QLatin1StringView(found);
+    };
+    const auto modal = [](const QByteArray &rest) { return action("popup_modal", rest); };
+    const auto bannerLayout = [](const QByteArray &layout) {
+        return action("popup_banner", creative + R"(, "layout": )" + layout);
+    };
+    const QByteArray date = R"("updated_at": "2024-05-01T09:30:00Z")";
+    const QString keptModal = dumped(u"popup_modal"_s, "PopupModal", creativeDump);
+    between("modal", modal(creative), keptModal);
+    between("banner", action("popup_banner", creative),
+            dumped(u"popup_banner"_s, "PopupBanner", creativeDump + u"|top|0|0|0|0"_s));
+    between("embedded", action("embedded_banner", creative),
+            dumped(u"embedded_banner"_s, "EmbeddedBanner", creativeDump));
+    between("upper-case type is unsupported", action("POPUP_MODAL", creative),
+            dumped(u"POPUP_MODAL"_s, "Unsupported"));
+    between("unknown type without creative", action("carousel"),
+            dumped(u"carousel"_s, "Unsupported"));
+    between("unknown type with broken creative and layout",
+            action("carousel",
+                   R"("creative": 5, "layout": {"size": {"width": {"length": 0, "unit": "px"}}})"),
+            dumped(u"carousel"_s, "Unsupported"));
+    between("modal ignores a broken layout", modal(creative + R"(, "layout": {"location": 3})"),
+            keptModal);
+    between("creative_type unknown is ignored",
+            modal(creative + R"(, "creative_type": "carousel")"), keptModal);
+    between("creative_type malformed is ignored",
+            modal(creative + R"(, "creative_type": {"x": 1})"), keptModal);
+    between("supported without creative", modal({}), missing("creative"));
+    between("creative without image", modal(R"("creative": {"title": {"text": "t"}})"),
+            missing("creative.image"));
+    between("image url not a string", modal(R"("creative": {"image": {"url": 3}})"),
+            mismatch("creative.image.url", "a string", "a number"));
+    between("title without text",
+            modal(R"("creative": {"image": {"url": ""}, "title": {"text_color": "FFFFFF"}})"),
+            missing("creative.title.text"));
+    between("element not an object", "42",
+            skip + u"expected an object at actions[1], found a number"_s);
+    between("meta missing", R"({"creative": {}})", missing("meta"));
+    between("scenario_id missing", R"({"meta": {)" + date + R"(, "action_type": "x"}})",
+            missing("meta.scenario_id"));
+    between("updated_at null",
+            R"({"meta": {"scenario_id": "a", "updated_at": null, "action_type": "x"}})",
+            mismatch("meta.updated_at", "a string", "null"));
+    between("action_type number",
+            R"({"meta": {"scenario_id": "a", )" + date + R"(, "action_type": 1}})",
+            mismatch("meta.action_type", "a string", "a number"));
+    between("embedded layout component_id number",
+            action("embedded_banner", creative + R"(, "layout": {"component_id": 7})"),
+            mismatch("layout.component_id", "a string", "a number"));
+    between("banner location not a string", bannerLayout(R"({"location": 7})"),
+            mismatch("layout.location", "a string", "a number"));
+    between("banner margin malformed", bannerLayout(R"({"margin": {"top": "8"}})"),
+            mismatch("layout.margin.top", "a number", "a string"));
+    between("size with only height",
+            bannerLayout(R"({"size": {"height": {"length": 10, "unit": "px"}}})"),
+            missing("layout.size.width"));
+    between("size with unknown unit",
+            bannerLayout(R"({"size": {"width": {"length": 10, "unit": "pt"}}})"),
+            skip + u"data corrupted at actions[1].layout.size.width.unit: unknown unit \"pt\""_s);
+    between("size with fractional length",
+            bannerLayout(R"({"size": {"width": {"length": 10.5, "unit": "px"}}})"),
+            mismatch("layout.size.width.length", "an integer", "a number"));
+
     // Priority: 50 when absent; anything but a whole number in int64's range skips the action.
     const auto priority = [&row](const char *name, const QByteArray &json, const QString &kept) {
         const QString skipped = prefix
@@ -292,10 +383,11 @@ void tst_ResponseDecoding::decoded_data()
             wrapActions(
                 R"({"meta": {"scenario_id": "s", "updated_at": "2024-05-01T09:30:00Z", "action_type": "x")"
                 + (json.isEmpty() ? QByteArray() : R"(, "priority": )" + json) + "}}"),
-            kept.startsWith(u"a "_s) ? QStringList { skipped + kept, u"status: ok"_s }
-                                     : QStringList { u"status: ok"_s,
-                                                     u"s|2024-05-01T09:30:00Z|"_s + kept
-                                                         + u"|x|2024-05-01T09:30:00.000Z|x|"_s });
+            kept.startsWith(u"a "_s)
+                ? QStringList { skipped + kept, u"status: ok"_s }
+                : QStringList { u"status: ok"_s,
+                                u"s|2024-05-01T09:30:00Z|"_s + kept
+                                    + u"|x|2024-05-01T09:30:00.000Z|x|Unsupported|"_s });
     };
     priority("absent", {}, u"50"_s);
     priority("null", "null", u"50"_s);
@@ -319,7 +411,7 @@ void tst_ResponseDecoding::decoded_data()
                 u"updatedAt=\""_s
               + garbage.left(201) + u'"',
           u"status: ok"_s,
-          u"s|"_s + garbage + u"|50|popup_modal|now|popup_modal||https://x/i.png|-|-|-|-"_s });
+          u"s|"_s + garbage + u"|50|popup_modal|now|popup_modal|PopupModal|"_s + creativeDump });
 }
 
 void tst_ResponseDecoding::decoded()
@@ -328,96 +420,6 @@ void tst_ResponseDecoding::decoded()
     QFETCH(QStringList, expected);
     const QStringList lines = decodeAndDump(decodeAPIResponse, body);
     QCOMPARE(lines, expected);
-}
-
-void tst_ResponseDecoding::actionKeptOrSkipped_data()
-{
-    QTest::addColumn<QByteArray>("json");
-    QTest::addColumn<bool>("kept");
-    QTest::addColumn<int>("type");
-    // Kept: the raw type; skipped: a piece of the warning.
-    QTest::addColumn<QString>("text");
-
-    using T = InAppMessage::Type;
-    const auto kept = [](const char *name, const QByteArray &json, T type, const QString &raw) {
-        QTest::newRow(name) << json << true << int(type) << raw;
-    };
-    const auto skipped = [](const char *name, const QByteArray &json, const QString &text = {}) {
-        QTest::newRow(name) << json << false << 0 << text;
-    };
-    const auto modal = [](const QByteArray &rest) { return action("popup_modal", rest); };
-    const auto banner = [](const QByteArray &layout) {
-        return action("popup_banner", creative + R"(, "layout": )" + layout);
-    };
-    const QString m = u"popup_modal"_s;
-    kept("modal", modal(creative), T::PopupModal, m);
-    kept("banner", action("popup_banner", creative), T::PopupBanner, u"popup_banner"_s);
-    kept("embedded", action("embedded_banner", creative), T::EmbeddedBanner, u"embedded_banner"_s);
-    kept("upper-case type is unsupported", action("POPUP_MODAL", creative), T::Unsupported,
-         u"POPUP_MODAL"_s);
-    kept("unknown type without creative", action("carousel"), T::Unsupported, u"carousel"_s);
-    kept("unknown type with broken creative and layout",
-         action("carousel",
-                R"("creative": 5, "layout": {"size": {"width": {"length": 0, "unit": "px"}}})"),
-         T::Unsupported, u"carousel"_s);
-    kept("modal ignores a broken layout", modal(creative + R"(, "layout": {"location": 3})"),
-         T::PopupModal, m);
-    kept("creative_type unknown is ignored", modal(creative + R"(, "creative_type": "carousel")"),
-         T::PopupModal, m);
-    kept("creative_type malformed is ignored", modal(creative + R"(, "creative_type": {"x": 1})"),
-         T::PopupModal, m);
-    skipped("supported without creative", modal({}));
-    skipped("creative without image", modal(R"("creative": {"title": {"text": "t"}})"));
-    skipped("image url not a string", modal(R"("creative": {"image": {"url": 3}})"));
-    skipped("title without text",
-            modal(R"("creative": {"image": {"url": ""}, "title": {"text_color": "FFFFFF"}})"));
-    skipped("element not an object", "42");
-    skipped("meta missing", R"({"creative": {}})", u"meta"_s);
-    skipped("scenario_id missing",
-            R"({"meta": {"updated_at": "2024-05-01T09:30:00Z", "action_type": "x"}})");
-    skipped("updated_at null",
-            R"({"meta": {"scenario_id": "a", "updated_at": null, "action_type": "x"}})");
-    skipped(
-        "action_type number",
-        R"({"meta": {"scenario_id": "a", "updated_at": "2024-05-01T09:30:00Z", "action_type": 1}})");
-    skipped("embedded layout component_id number",
-            action("embedded_banner", creative + R"(, "layout": {"component_id": 7})"));
-    skipped("banner location not a string", banner(R"({"location": 7})"));
-    skipped("banner margin malformed", banner(R"({"margin": {"top": "8"}})"));
-    skipped("size with only height",
-            banner(R"({"size": {"height": {"length": 10, "unit": "px"}}})"));
-    skipped("size with unknown unit",
-            banner(R"({"size": {"width": {"length": 10, "unit": "pt"}}})"));
-    skipped("size with fractional length",
-            banner(R"({"size": {"width": {"length": 10.5, "unit": "px"}}})"));
-}
-
-void tst_ResponseDecoding::actionKeptOrSkipped()
-{
-    QFETCH(QByteArray, json);
-    QFETCH(bool, kept);
-    QFETCH(int, type);
-    QFETCH(QString, text);
-    WarningCollector warnings;
-    // Between two good actions: a skipped one takes nothing else with it and is named by its
-    // index in the response.
-    const auto decoded = decodeAPIResponse(
-        wrapActions(action("popup_modal", creative) + ',' + json + ',' + action("last")));
-    QVERIFY(decoded.hasValue());
-    const QList<InAppMessageAction> &actions = decoded.value().actions;
-    QCOMPARE(actions.size(), kept ? 3 : 2);
-    QCOMPARE(warnings.lines.size(), kept ? 0 : 1);
-    QCOMPARE(actions.first().contents.rawType(), u"popup_modal"_s);
-    QCOMPARE(actions.last().contents.rawType(), u"last"_s);
-    if (kept) {
-        QCOMPARE(int(actions.at(1).contents.type()), type);
-        QCOMPARE(actions.at(1).contents.rawType(), text);
-    } else {
-        const QString &line = warnings.lines.first();
-        QVERIFY2(line.startsWith(prefix + u"Skipping malformed action at index 1: "_s)
-                     && line.contains(text),
-                 qPrintable(line));
-    }
 }
 
 void tst_ResponseDecoding::updatedAt_data()
